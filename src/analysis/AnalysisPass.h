@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "analysis/AnalysisState.h"
+#include "analysis/PackedRGB.h"
+#include "image/Bitmap.h"
+#include "image/Geometry.h"
+#include "image/ImageRecords.h"
+
+namespace pv {
+
+// How often each (Y, X) intensity pair of the current channel pair occurs, split by the state
+// of the third channel. The census, the sums and the scatter gram of the pass all follow from
+// it, and so do the census and sums of any region of the scatter gram.
+struct PairHistogram {
+    // Third-channel states: 0 the sample is 0; 1 it is above its census minimum level;
+    // 2 it is above 0 but not above the level (only possible with a level above 0).
+    static constexpr int kThirdStates = 3;
+    static constexpr int kBins = kThirdStates * 256 * 256;
+
+    int rgbCombo = 0;
+    std::vector<std::uint64_t> counts;  // index (third * 256 + y) * 256 + x; empty until a pass
+
+    std::uint64_t count(int third, int y, int x) const {
+        return counts[(std::size_t(third) * 256 + std::size_t(y)) * 256 + std::size_t(x)];
+    }
+};
+
+// Per-pixel steps, the single-pixel definition the pass must agree with.
+// Census: adds 1 to totalPixelCount and to at most one class count.
+void countPixelInCensus(AnalysisState& state, PackedRGB value);
+// Accumulation of the image sums for the pair in state.rgbCombo.
+void accumulatePixelSums(AnalysisState& state, PackedRGB value);
+
+// The automatic pass over every pixel of rect: resets the seven census counts and the eight
+// sums, clears scatterGramData (256 x 256 x 3 bytes, top row first) to black, plots every
+// pixel into it, and fills the histogram. Rows are split among `threads` workers (0: one per
+// core); the results do not depend on the split.
+void runAnalysisPass(const BitmapInfo& info, const PlaneArray& planes, const Rect& rect,
+                     AnalysisState& state, std::uint8_t* scatterGramData, PairHistogram& histogram,
+                     unsigned threads = 0);
+
+}  // namespace pv

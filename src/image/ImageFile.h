@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "image/Picture.h"
+#include "image/Result.h"
+
+namespace pv {
+
+// What a file's content reveals it to be (the first bytes, never the name).
+enum class ImageKind { Unknown, TIFF, PNG, JPEG, BMP };
+
+ImageKind detectImageKind(std::span<const std::uint8_t> firstBytes);
+// Reads the first bytes of the file; Unknown when it cannot be read.
+ImageKind imageKindOfFile(const std::string& path);
+
+// Decodes the first picture of an image file, chosen by content. The bitmap keeps the file's
+// layout (planar stays planar) but always has 8-bit samples: grey and palette become RGB,
+// alpha stays a fourth sample, 16-bit samples are scaled by one factor common to the colour
+// channels so that the largest becomes 255. The picture's size is pixels / dpi * 72 (72 dpi
+// when the file gives none). Errors name the file and the reason.
+Result<Picture> readImageFile(const std::string& path);
+
+// Extensions on which the program refuses to decode, with the message it gives.
+bool isPictFileName(std::string_view path);
+inline constexpr const char* kPictNotSupported =
+    "PICT pictures are not supported; convert the file to TIFF or PNG.";
+
+}  // namespace pv

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+
+#include "image/Bitmap.h"
+#include "image/Geometry.h"
+
+namespace pv {
+
+// A picture: an immutable bitmap plus its size in points. Pictures share their bitmap, so
+// handing one around is a snapshot; nothing changes a picture's pixels in place.
+struct Picture {
+    std::shared_ptr<const Bitmap> bitmap;
+    Size size;  // in points: pixels / dpi * 72
+
+    bool isEmpty() const { return !bitmap || bitmap->isEmpty(); }
+    int pixelsWide() const { return bitmap ? bitmap->pixelsWide() : 0; }
+    int pixelsHigh() const { return bitmap ? bitmap->pixelsHigh() : 0; }
+
+    // A picture of the bitmap at 72 dpi (one point per pixel).
+    static Picture at72dpi(Bitmap&& b) {
+        Size s{float(b.pixelsWide()), float(b.pixelsHigh())};
+        return Picture{std::make_shared<const Bitmap>(std::move(b)), s};
+    }
+};
+
+}  // namespace pv

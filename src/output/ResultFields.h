@@ -1,0 +1,50 @@
+#pragma once
+
+#include <string>
+
+namespace pv {
+
+// The texts of the main window's result fields, exactly as shown. The report copies these; it
+// never recomputes.
+struct ResultFields {
+    // Axis labels of the scatter gram.
+    std::string yAxisColorText;
+    std::string xAxisColorText;
+
+    // Pixel information, image column.
+    std::string yAxisPixelColorText;
+    std::string xAxisPixelColorText;
+    std::string xyAxisPixelColorText;
+    std::string yAxisPixelCountText;
+    std::string xAxisPixelCountText;
+    std::string xyAxisPixelCountText;
+    std::string yAxisPixelPercentText;
+    std::string xAxisPixelPercentText;
+    std::string xyAxisPixelPercentText;
+    std::string pixelCountTotal;
+    std::string pixelPercentTotal;
+
+    // Scatter-gram-selection column.
+    std::string yAxisROIPixelCountText;
+    std::string xAxisROIPixelCountText;
+    std::string xyAxisROIPixelCountText;
+    std::string yAxisROIPixelPercentText;
+    std::string xAxisROIPixelPercentText;
+    std::string xyAxisROIPixelPercentText;
+    std::string pixelCountROITotal;
+    std::string pixelROIPercentTotal;
+    // Greyed (disabled text colour) while no selection result applies.
+    bool roiColumnEnabled = false;
+
+    // Coefficients.
+    std::string coefficient_Rr;
+    std::string coefficient_R;
+    std::string coefficient_k1;
+    std::string coefficient_k2;
+    std::string coefficient_m1;
+    std::string coefficient_m2;
+    std::string coefficient_M1;
+    std::string coefficient_M2;
+};
+
+}  // namespace pv
