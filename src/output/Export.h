@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,11 @@
 
 namespace pv {
 
+// Fills the "%@" placeholders of a (translated) format with the values in order and turns "%%"
+// into "%"; every other character, and everything inside a value, is copied as it is. A
+// placeholder without a value becomes empty.
+std::string fillPlaceholders(std::string_view format, std::span<const std::string_view> values);
+
 // The tab-separated report built from the field texts, byte for byte.
 std::string buildReport(const ResultFields& fields);
 
@@ -19,12 +25,18 @@ enum class ReportFormat { Spreadsheet, PlainText };  // ".xls" or ".txt"
 std::string reportPath(const std::string& stem, ReportFormat format);
 
 // Writes through a temporary file in the same folder, then renames it into place; on failure
-// nothing is left behind and the error names the file and the reason.
+// nothing is left behind and the error names the file and the reason. A new file gets the
+// permissions of an ordinarily created one (0666 less the umask); a replaced file keeps its own.
 Status writeFileAtomically(const std::string& path, std::string_view bytes);
 
-// Writes any 8-bit bitmap as an 8-bit RGB TIFF at 72 dpi (alpha dropped, planar meshed),
-// atomically.
+// Writes any 8-bit bitmap as an 8-bit RGB TIFF at 72 dpi (alpha dropped, planar meshed, grey
+// repeated into red, green and blue), uncompressed, atomically. An empty bitmap is an error.
 Status writeTiffAtomically(const std::string& path, const Bitmap& bitmap);
+
+// Names of the pictures written beside the report.
+inline constexpr const char* kImageSuffix = "_Image.tif";
+inline constexpr const char* kScatterGramSuffix = "_SGram.tif";
+inline constexpr const char* kRevealedImageSuffix = "_ImgReflect.tif";
 
 struct ExportRequest {
     std::string stem;  // the chosen path without suffix
@@ -36,7 +48,8 @@ struct ExportRequest {
 };
 
 // Writes the report and, when asked, the pictures, in that order. A failed file does not stop
-// the others; every failure is returned.
+// the others; every failure is returned. A missing image or scatter gram fails like an empty
+// one; a missing revealed image is simply not written.
 std::vector<Error> outputPixelCoefficientData(const ResultFields& fields,
                                               const ExportRequest& request);
 
