@@ -1,0 +1,260 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cli/CliOptions.h"
+#include "controller/ControllerPort.h"
+#include "controller/PixmeraVeltroController.h"
+#include "output/Export.h"
+
+#ifndef PV_VERSION
+#define PV_VERSION "unknown"
+#endif
+
+namespace {
+
+using namespace pv;
+
+// A front end that answers the background question later and collects what would be shown.
+class BatchPort : public ControllerPort {
+  public:
+    void askBackgroundCorrectionWarning() override { warningAsked = true; }
+    void logMessage(std::string_view message) override { log.emplace_back(message); }
+
+    bool warningAsked = false;
+    std::vector<std::string> log;
+};
+
+struct ImageOutcome {
+    bool ok = false;
+    std::vector<std::string> failures;  // "FILE: reason"
+    std::string report;                 // printed for a single image without --report
+    std::vector<std::string> row;       // one row of the batch table
+};
+
+// "cells.tif: the file ends early" — the reason is printed after the file the user named.
+std::string failureLine(const std::string& file, const Error& error) {
+    std::string reason = error.message;
+    const std::string name = std::filesystem::path(file).filename().string();
+    for (const std::string& prefix : {file + ": ", name + ": "}) {
+        if (reason.rfind(prefix, 0) == 0) {
+            reason.erase(0, prefix.size());
+            break;
+        }
+    }
+    return file + ": " + reason;
+}
+
+std::string reportStemFor(const cli::Options& o, const std::string& image) {
+    if (o.images.size() == 1) {
+        return *o.reportStem;
+    }
+    return *o.reportStem + "-" + std::filesystem::path(image).stem().string();
+}
+
+ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsigned threads) {
+    ImageOutcome out;
+    BatchPort port;
+    PixmeraVeltroController controller(port);
+    controller.setAnalysisThreads(threads);
+    controller.awakeFromNib();
+    controller.applicationDidFinishLaunching();
+    controller.setCheckboxes(o.checkboxes);
+    if (o.rgbCombo != 0) {
+        controller.getChannelsRGBCombo(cli::popupIndexForRGBCombo(o.rgbCombo));
+    }
+
+    const Status opened = controller.openImageFile(image);
+    if (!opened) {
+        out.failures.push_back(failureLine(image, opened.error()));
+        return out;
+    }
+    for (const std::string& line : port.log) {
+        out.failures.push_back(image + ": " + line);
+    }
+
+    controller.calculateCoefficientsNow();
+    if (port.warningAsked) {
+        controller.colocalizationWarningSheetDidEnd(1);  // calculate anyway
+    }
+
+    const ResultFields& f = controller.fields();
+    if (o.reportStem) {
+        for (const Error& e : controller.outputPixelCoefficientData(reportStemFor(o, image),
+                                                                    o.format, o.saveImages)) {
+            out.failures.push_back(failureLine(image, e));
+        }
+    } else {
+        out.report = buildReport(f);
+    }
+    out.row = {image,
+               cli::pairName(o.rgbCombo),
+               f.yAxisPixelCountText,
+               f.yAxisPixelPercentText,
+               f.xAxisPixelCountText,
+               f.xAxisPixelPercentText,
+               f.xyAxisPixelCountText,
+               f.xyAxisPixelPercentText,
+               f.pixelCountTotal,
+               f.pixelPercentTotal,
+               f.coefficient_Rr,
+               f.coefficient_R,
+               f.coefficient_k1,
+               f.coefficient_k2,
+               f.coefficient_m1,
+               f.coefficient_m2};
+    out.ok = out.failures.empty();
+    return out;
+}
+
+std::string headerRow(int rgbCombo) {
+    // Class names of the pair, taken from a controller so the table and the window agree.
+    BatchPort port;
+    PixmeraVeltroController controller(port);
+    controller.displayPixelInformation(rgbCombo);
+    auto name = [](std::string label) {
+        if (!label.empty() && label.back() == ':') {
+            label.pop_back();
+        }
+        return label;
+    };
+    const ResultFields& f = controller.fields();
+    std::string header = "File\tPair";
+    for (const std::string& label : {name(f.yAxisPixelColorText), name(f.xAxisPixelColorText),
+                                     name(f.xyAxisPixelColorText), std::string("Total")}) {
+        header += "\t" + label + " count\t" + label + " %";
+    }
+    return header + "\tRr\tR\tk1\tk2\tm1\tm2\n";
+}
+
+std::string joinRow(const std::vector<std::string>& cells) {
+    std::string line;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        line += (i ? "\t" : "") + cells[i];
+    }
+    return line + "\n";
+}
+
+class Progress {
+  public:
+    Progress(std::size_t total, bool enabled) : total_(total), enabled_(enabled) {}
+    void step() {
+        if (!enabled_) {
+            return;
+        }
+        const std::size_t done = ++done_;
+        const int width = 30;
+        const int filled = int(done * width / total_);
+        std::fprintf(stderr, "\r[%s%s] %zu/%zu images",
+                     std::string(std::size_t(filled), '#').c_str(),
+                     std::string(std::size_t(width - filled), ' ').c_str(), done, total_);
+        if (done == total_) {
+            std::fputs("\n", stderr);
+        }
+        std::fflush(stderr);
+    }
+
+  private:
+    std::size_t total_;
+    bool enabled_;
+    std::size_t done_ = 0;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    const cli::ParseResult parsed = cli::parseOptions(args);
+    if (!parsed.error.empty()) {
+        std::cerr << "pixmera-veltro-cli: " << parsed.error
+                  << "\nTry 'pixmera-veltro-cli --help' for more information.\n";
+        return 2;
+    }
+    const cli::Options& o = parsed.options;
+    if (o.help) {
+        std::cout << cli::usageText();
+        return 0;
+    }
+    if (o.version) {
+        std::cout << "pixmera-veltro-cli " << PV_VERSION << "\n";
+        return 0;
+    }
+    if (o.reportStem && o.images.size() > 1) {
+        std::set<std::string> stems;
+        for (const std::string& image : o.images) {
+            if (!stems.insert(reportStemFor(o, image)).second) {
+                std::cerr << "pixmera-veltro-cli: two images would write the same report "
+                          << reportStemFor(o, image)
+                          << "; give them different names or write them separately\n"
+                          << "Try 'pixmera-veltro-cli --help' for more information.\n";
+                return 2;
+            }
+        }
+    }
+
+    const std::size_t count = o.images.size();
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    const unsigned jobs = unsigned(std::min<std::size_t>(o.jobs ? o.jobs : cores, count));
+    // With several files at once each analysis runs on one thread; alone it takes all cores.
+    const unsigned passThreads = jobs > 1 ? 1 : 0;
+    const bool table = count > 1;
+
+    std::vector<ImageOutcome> outcomes(count);
+    std::vector<bool> finished(count, false);
+    std::size_t nextToPrint = 0;
+    std::mutex mutex;
+    std::atomic<std::size_t> next{0};
+    Progress progress(count, table && isatty(STDERR_FILENO));
+    bool allOk = true;
+
+    if (table) {
+        std::cout << headerRow(o.rgbCombo) << std::flush;
+    }
+    auto worker = [&] {
+        for (std::size_t i = next++; i < count; i = next++) {
+            ImageOutcome outcome = analyseImage(o, o.images[i], passThreads);
+            std::lock_guard<std::mutex> lock(mutex);
+            if (progress.step(), !outcome.failures.empty()) {
+                if (table && isatty(STDERR_FILENO)) {
+                    std::fputs("\r\033[K", stderr);
+                }
+                for (const std::string& line : outcome.failures) {
+                    std::cerr << line << "\n";
+                }
+            }
+            allOk = allOk && outcome.ok;
+            outcomes[i] = std::move(outcome);
+            finished[i] = true;
+            // Rows appear in input order, as soon as all earlier ones are done.
+            while (nextToPrint < count && finished[nextToPrint]) {
+                const ImageOutcome& done = outcomes[nextToPrint];
+                if (table && !done.row.empty()) {
+                    std::cout << joinRow(done.row);
+                } else if (!table && !o.reportStem) {
+                    std::cout << done.report;
+                }
+                std::cout.flush();
+                outcomes[nextToPrint] = ImageOutcome();
+                ++nextToPrint;
+            }
+        }
+    };
+    std::vector<std::thread> pool;
+    for (unsigned t = 1; t < jobs; ++t) {
+        pool.emplace_back(worker);
+    }
+    worker();
+    for (std::thread& t : pool) {
+        t.join();
+    }
+    return allOk ? 0 : 1;
+}

@@ -1,0 +1,474 @@
+#include "controller/PixmeraVeltroController.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <utility>
+
+#include "analysis/Coefficients.h"
+#include "image/FileFacts.h"
+#include "image/ImageFile.h"
+#include "image/Localization.h"
+#include "image/Normalization.h"
+#include "scattergram/ScatterGram.h"
+
+namespace pv {
+
+namespace {
+
+std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+std::string format(const char* fmt, ...) {
+    char buffer[64];
+    va_list args;
+    va_start(args, fmt);
+    const int n = std::vsnprintf(buffer, sizeof buffer, fmt, args);
+    va_end(args);
+    return n < 0 ? std::string()
+                 : std::string(buffer,
+                               std::size_t(n) < sizeof buffer ? std::size_t(n) : sizeof buffer - 1);
+}
+
+std::string coefficientText(double value, bool ticked) {
+    return ticked ? format("%0.4f", value) : std::string("ND");
+}
+
+// Labels of one channel pair: axis names, the three class labels, and the channels of the
+// Y class, X class and mixed class.
+struct PairLabels {
+    const char* yAxis;
+    const char* xAxis;
+    const char* yClass;
+    const char* xClass;
+    const char* xyClass;
+};
+
+constexpr PairLabels kPairLabels[6] = {
+    {"Red", "Green", "Red:", "Green:", "Yellow:"}, {"Red", "Blue", "Red:", "Blue:", "Magenta:"},
+    {"Green", "Red", "Green:", "Red:", "Yellow:"}, {"Green", "Blue", "Green:", "Blue:", "Cyan:"},
+    {"Blue", "Red", "Blue:", "Red:", "Magenta:"},  {"Blue", "Green", "Blue:", "Green:", "Cyan:"},
+};
+
+std::int32_t pureClassCount(const AnalysisState& s, int channel) {
+    switch (channel) {
+        case 0:
+            return s.redPixelCount;
+        case 1:
+            return s.greenPixelCount;
+        default:
+            return s.bluePixelCount;
+    }
+}
+
+// The class of pixels holding both channels of a pair: the one channel absent from it.
+std::int32_t mixedClassCount(const AnalysisState& s, int thirdChannel) {
+    switch (thirdChannel) {
+        case 2:
+            return s.yellowPixelCount;
+        case 1:
+            return s.magentaPixelCount;
+        default:
+            return s.cyanPixelCount;
+    }
+}
+
+}  // namespace
+
+void PixmeraController::loadSupportedFileTypes() {
+    supportedImageFileTypes_ =
+        pv::loadSupportedFileTypes(declaredDocumentTypes(), supportedImageFileTypes_);
+}
+
+PixmeraVeltroController::PixmeraVeltroController(ControllerPort& port) : port_(port) {}
+
+void PixmeraVeltroController::awakeFromNib() {
+    drawEmptyScatterGram();
+    drawColorBars();
+    buttons_.calculateROIButton = false;
+    buttons_.reflectROIButton = false;
+    prepareForCalculatingCoefficients();
+    setROIPixelInfo(false);
+    buttons_.saveButton = false;
+    buttons_.backgroundButton = false;
+    buttons_.calculateCoefficientButton = false;
+    refresh();
+}
+
+void PixmeraVeltroController::applicationDidFinishLaunching() {
+    loadSupportedFileTypes();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Working image
+
+Status PixmeraVeltroController::openImageFile(const std::string& path) {
+    setImageInfoNamePath(image_.imageFileInfo, path);
+    setImageFileType(image_.imageFileInfo, supportedImageFileTypes_, path);
+    Status loaded = loadImageFromThisPath(path);
+    createCopyOfOriginal();
+    imageChanged(false);
+    if (loaded.ok()) {
+        port_.noteRecentDocument(path);
+    }
+    return loaded;
+}
+
+void PixmeraVeltroController::takePictureFromView(Picture picture,
+                                                  std::optional<std::string> draggedPath) {
+    image_.viewPicture = std::move(picture);
+    imageChanged(true, draggedPath);
+}
+
+void PixmeraVeltroController::selectedNewImage() {
+    setImageInfoNamePath(image_.imageFileInfo, std::nullopt);
+    setImageFileType(image_.imageFileInfo, supportedImageFileTypes_, std::nullopt);
+    loadImageFromThisPath(std::nullopt);
+    createCopyOfOriginal();
+    imageChanged(false);
+}
+
+void PixmeraVeltroController::imageChanged(bool fromView,
+                                           const std::optional<std::string>& draggedPath) {
+    if (fromView) {
+        setImageInfoNamePath(image_.imageFileInfo, draggedPath);
+        setImageFileType(image_.imageFileInfo, supportedImageFileTypes_, draggedPath);
+        loadImageFromThisPath(std::nullopt);
+        createCopyOfOriginal();
+        if (draggedPath) {
+            port_.noteRecentDocument(*draggedPath);
+        }
+    }
+
+    // Rebuild the working bitmap from the view's picture.
+    image_.currentDisplayedImage = image_.viewPicture;
+    ImageFileInfo& info = image_.imageFileInfo;
+    info.width = image_.currentDisplayedImage.size.width;
+    info.height = image_.currentDisplayedImage.size.height;
+    image_.currentImageRect = makeRect(0.0f, 0.0f, info.width, info.height);
+
+    image_.currentDisplayedBitmap = Bitmap();
+    if (!image_.currentDisplayedImage.isEmpty()) {
+        if (auto copy = image_.currentDisplayedImage.bitmap->copy()) {
+            image_.currentDisplayedBitmap = std::move(*copy);
+        } else {
+            port_.showError(Error{tr("There is not enough memory to analyse this picture.")});
+            image_.currentImageRect = Rect();
+        }
+    }
+    const Bitmap& b = image_.currentDisplayedBitmap;
+    BitmapInfo& geometry = image_.bitmapInfo;
+    geometry.bytesPerRow = b.bytesPerRow();
+    geometry.samplesPerPixel = b.samplesPerPixel();
+    geometry.bitsPerPixel = b.bitsPerPixel();
+    geometry.bytesPerPlane = std::int32_t(b.bytesPerPlane());
+    geometry.numberOfPlanes = b.numberOfPlanes();
+    geometry.isPlanar = b.isPlanar() ? 1 : 0;
+    geometry.height = info.height;
+    geometry.width = info.width;
+    image_.currentDisplayedBitmapArray = image_.currentDisplayedBitmap.planes();
+    info.bitDepth = geometry.bitsPerPixel * geometry.numberOfPlanes;
+
+    prepareForCalculatingCoefficients();
+    setROIPixelInfo(false);
+    buttons_.backgroundButton = true;
+    buttons_.calculateCoefficientButton = true;
+    refresh();
+}
+
+Status PixmeraVeltroController::loadImageFromThisPath(const std::optional<std::string>& path) {
+    image_.modifiedImageDisplayed = false;
+    Status status;
+    Picture read;
+    if (path) {
+        Result<Picture> decoded = readImageFile(*path);
+        if (decoded) {
+            read = std::move(decoded).value();
+        } else {
+            status = Status(decoded.error());
+        }
+    } else {
+        read = image_.viewPicture;
+    }
+
+    Picture shown;
+    Result<Picture> at72 = convertNon72dpiImages(read, image_.imageFileInfo);
+    if (at72) {
+        shown = std::move(at72).value();
+        Result<std::optional<Picture>> meshed = convertPlanarImageToNonPlanar(shown);
+        if (!meshed) {
+            status = Status(meshed.error());
+            shown = Picture();
+        } else if (meshed.value()) {
+            shown = std::move(*meshed.value());
+        }
+    } else {
+        status = Status(at72.error());
+    }
+
+    image_.viewPicture = std::move(shown);
+    port_.showImage(image_.viewPicture);
+    if (!status.ok()) {
+        port_.showError(status.error());
+    }
+    return status;
+}
+
+void PixmeraVeltroController::createCopyOfOriginal() {
+    image_.originalImage = image_.viewPicture;
+    image_.imageFileInfo.backgroundCorrected = 0;
+    image_.initialImageHasBeenSelected = true;
+}
+
+void PixmeraVeltroController::updateDisplayedImage() {
+    if (!image_.restoreOriginalRequested) {
+        image_.imageFileInfo.backgroundCorrected = 1;
+        std::optional<Bitmap> copy = image_.currentDisplayedBitmap.copy();
+        image_.modifiedDisplayedImage =
+            copy ? Picture::at72dpi(std::move(*copy)) : image_.currentDisplayedImage;
+        image_.modifiedImageDisplayed = true;
+        image_.viewPicture = image_.modifiedDisplayedImage;
+        port_.showImage(image_.viewPicture);
+        // Pictures are immutable, so sharing is the copy.
+        image_.currentDisplayedImage = image_.modifiedDisplayedImage;
+    } else {
+        image_.imageFileInfo.backgroundCorrected = 0;
+        image_.modifiedImageDisplayed = false;
+        image_.viewPicture = image_.originalImage;
+        port_.showImage(image_.viewPicture);
+        image_.restoreOriginalRequested = false;
+        if (!image_.originalImage.isEmpty()) {
+            if (auto copy = image_.originalImage.bitmap->copy()) {
+                image_.currentDisplayedBitmap = std::move(*copy);
+            }
+        }
+        image_.currentDisplayedBitmapArray = image_.currentDisplayedBitmap.planes();
+        image_.currentDisplayedImage = image_.originalImage;
+    }
+    prepareForCalculatingCoefficients();
+    setROIPixelInfo(false);
+}
+
+void PixmeraVeltroController::restoreImageToOriginal() {
+    image_.restoreOriginalRequested = true;
+    updateDisplayedImage();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Analysis
+
+void PixmeraVeltroController::getChannelsRGBCombo(int popupIndex) {
+    analysis_.rgbCombo = rgbComboForPopupIndex(popupIndex);
+    drawColorBars();
+    prepareForCalculatingCoefficients();
+    setROIPixelInfo(false);
+}
+
+void PixmeraVeltroController::prepareForCalculatingCoefficients() {
+    clearCoefficientsTextResults();
+    calculateScatterGram();
+    displayPixelInformation(analysis_.rgbCombo);
+    drawScatterGram();
+    displayROIPreview();
+    buttons_.saveButton = false;
+    refresh();
+}
+
+void PixmeraVeltroController::calculateScatterGram() {
+    AnalysisState& s = analysis_;
+    s.redPixelCount = s.greenPixelCount = s.bluePixelCount = 0;
+    s.yellowPixelCount = s.magentaPixelCount = s.cyanPixelCount = s.totalPixelCount = 0;
+    s.sumPixelsXYAxis = s.sumPixelsXAxis = s.sumPixelsXSquaredAxis = 0;
+    s.sumPixelsYAxis = s.sumPixelsYSquaredAxis = s.sumPixelCount = 0;
+    s.sumColocPixelsXAxis = s.sumColocPixelsYAxis = 0;
+
+    scatterGramBitmap_ = makeEmptyScatterGram();
+    if (!scatterGramBitmap_) {
+        scatterGramData_ = nullptr;
+        histogram_.counts.clear();
+        port_.logMessage(kInitializationError);
+        return;
+    }
+    scatterGramData_ = scatterGramBitmap_->bitmapData();
+    runAnalysisPass(image_.bitmapInfo, image_.currentDisplayedBitmapArray, image_.currentImageRect,
+                    analysis_, scatterGramData_, histogram_, analysisThreads_);
+}
+
+std::string PixmeraVeltroController::percentText(std::int32_t count, std::int32_t total) const {
+    // The quotient is single precision, widened before scaling: the texts depend on it.
+    const float quotient = float(count) / float(total);
+    return format("%.2f", double(quotient) * 100.0);
+}
+
+void PixmeraVeltroController::displayPixelInformation(int rgbCombo) {
+    const int p = normalizedRGBCombo(rgbCombo);
+    const PairLabels& labels = kPairLabels[p];
+    const ChannelPair pair = channelPairFor(p);
+    fields_.yAxisColorText = tr(labels.yAxis);
+    fields_.xAxisColorText = tr(labels.xAxis);
+    fields_.yAxisPixelColorText = tr(labels.yClass);
+    fields_.xAxisPixelColorText = tr(labels.xClass);
+    fields_.xyAxisPixelColorText = tr(labels.xyClass);
+    axisLabelColors_.yAxisColorText = pair.y;
+    axisLabelColors_.xAxisColorText = pair.x;
+
+    const std::int32_t cY = pureClassCount(analysis_, pair.y);
+    const std::int32_t cX = pureClassCount(analysis_, pair.x);
+    const std::int32_t cXY = mixedClassCount(analysis_, pair.third);
+    const std::int32_t total = analysis_.totalPixelCount;
+    fields_.yAxisPixelCountText = format("%d", cY);
+    fields_.xAxisPixelCountText = format("%d", cX);
+    fields_.xyAxisPixelCountText = format("%d", cXY);
+    fields_.yAxisPixelPercentText = percentText(cY, total);
+    fields_.xAxisPixelPercentText = percentText(cX, total);
+    fields_.xyAxisPixelPercentText = percentText(cXY, total);
+    fields_.pixelCountTotal = format("%d", cY + cX + cXY);
+    fields_.pixelPercentTotal = percentText(cY + cX + cXY, total);
+    refresh();
+}
+
+void PixmeraVeltroController::setROIPixelInfo(bool enabled) {
+    fields_.roiColumnEnabled = enabled;
+    if (!enabled) {
+        for (std::string* f : {&fields_.xAxisROIPixelCountText, &fields_.xAxisROIPixelPercentText,
+                               &fields_.yAxisROIPixelCountText, &fields_.yAxisROIPixelPercentText,
+                               &fields_.xyAxisROIPixelCountText, &fields_.xyAxisROIPixelPercentText,
+                               &fields_.pixelCountROITotal, &fields_.pixelROIPercentTotal}) {
+            *f = "--";
+        }
+        fields_.coefficient_M1.clear();
+        fields_.coefficient_M2.clear();
+    }
+    refresh();
+}
+
+void PixmeraVeltroController::calculateCoefficientsNow() {
+    if (image_.imageFileInfo.backgroundCorrected) {
+        calculateCoefficients();
+        return;
+    }
+    port_.askBackgroundCorrectionWarning();
+}
+
+void PixmeraVeltroController::colocalizationWarningSheetDidEnd(int tag) {
+    switch (tag) {
+        case 1:
+            calculateCoefficients();
+            break;
+        case -1:
+            port_.performBackgroundCorrection();
+            break;
+        case 0:
+            port_.showHelpPage(kCalculateHelpPage);
+            break;
+        default:
+            break;
+    }
+}
+
+void PixmeraVeltroController::calculateCoefficients() {
+    calculatePearsons_Rr();
+    calculateOverlap_R();
+    calculateOverlap_k1k2();
+    calculateOverlap_m1m2();
+    analysis_.coefficientsCalculated = true;
+    buttons_.saveButton = true;
+    refresh();
+}
+
+void PixmeraVeltroController::calculatePearsons_Rr() {
+    computePearsons_Rr(analysis_);
+    fields_.coefficient_Rr = coefficientText(analysis_.pearsons_Rr, checkboxes_.checkbox_Rr);
+}
+
+void PixmeraVeltroController::calculateOverlap_R() {
+    computeOverlap_R(analysis_);
+    fields_.coefficient_R = coefficientText(analysis_.overlap_R, checkboxes_.checkbox_R);
+}
+
+void PixmeraVeltroController::calculateOverlap_k1k2() {
+    computeOverlap_k1k2(analysis_);
+    fields_.coefficient_k1 = coefficientText(analysis_.overlap_k1, checkboxes_.checkbox_k1);
+    fields_.coefficient_k2 = coefficientText(analysis_.overlap_k2, checkboxes_.checkbox_k1);
+}
+
+void PixmeraVeltroController::calculateOverlap_m1m2() {
+    computeOverlap_m1m2(analysis_);
+    fields_.coefficient_m1 = coefficientText(analysis_.overlap_m1, checkboxes_.checkbox_m1);
+    fields_.coefficient_m2 = coefficientText(analysis_.overlap_m2, checkboxes_.checkbox_m1);
+}
+
+void PixmeraVeltroController::clearCoefficientsTextResults() {
+    for (std::string* f :
+         {&fields_.coefficient_Rr, &fields_.coefficient_R, &fields_.coefficient_k1,
+          &fields_.coefficient_k2, &fields_.coefficient_m1, &fields_.coefficient_m2}) {
+        f->clear();
+    }
+    refresh();
+}
+
+void PixmeraVeltroController::selectAllCoefficients() {
+    checkboxes_ = CoefficientCheckboxes{true, true, true, true};
+    clearCoefficientsTextResults();
+}
+
+void PixmeraVeltroController::clearAllCoefficients() {
+    clearCoefficientsTextResults();
+    analysis_.coefficientsCalculated = false;
+    refresh();
+}
+
+void PixmeraVeltroController::setCheckboxes(const CoefficientCheckboxes& boxes) {
+    checkboxes_ = boxes;
+    refresh();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Scatter gram
+
+void PixmeraVeltroController::drawEmptyScatterGram() {
+    scatterGramBitmap_ = makeEmptyScatterGram();
+    if (!scatterGramBitmap_) {
+        scatterGramData_ = nullptr;
+        return;
+    }
+    scatterGramData_ = scatterGramBitmap_->bitmapData();
+    drawScatterGram();
+    displayROIPreview();
+}
+
+void PixmeraVeltroController::drawScatterGram() {
+    if (!scatterGramBitmap_) {
+        return;
+    }
+    // The view keeps a snapshot; later plotting shows only after the next call.
+    if (std::optional<Bitmap> snapshot = scatterGramBitmap_->copy()) {
+        port_.showScatterGram(Picture::at72dpi(std::move(*snapshot)));
+    }
+}
+
+void PixmeraVeltroController::drawColorBars() {
+    port_.showColorBars(colorBarNames(analysis_.rgbCombo));
+}
+
+void PixmeraVeltroController::displayROIPreview() {
+    image_.viewPicture = image_.currentDisplayedImage;
+    port_.showImage(image_.viewPicture);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Output
+
+std::vector<Error> PixmeraVeltroController::outputPixelCoefficientData(const std::string& stem,
+                                                                       ReportFormat format_,
+                                                                       bool saveImages) {
+    ExportRequest request;
+    request.stem = stem;
+    request.format = format_;
+    request.saveImages = saveImages;
+    request.currentDisplayedImage = image_.currentDisplayedImage.bitmap.get();
+    request.scatterGram = scatterGramBitmap_ ? &*scatterGramBitmap_ : nullptr;
+    if (analysis_.reflectedImageValid) {
+        request.revealedImage = image_.revealedImage.bitmap.get();
+    }
+    return pv::outputPixelCoefficientData(fields_, request);
+}
+
+}  // namespace pv
