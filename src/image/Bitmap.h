@@ -16,7 +16,7 @@ using PlaneArray = std::array<std::uint8_t*, 5>;
 // bytes long and may be padded. Move-only: copies are explicit, because a copy of a
 // 100-megapixel picture should never happen by accident.
 class Bitmap {
-public:
+  public:
     // Largest plane we accept: plane offsets and BitmapInfo fields are signed 32-bit.
     static constexpr std::size_t kMaxBytesPerPlane = 0x7fffffff;
 
@@ -47,12 +47,18 @@ public:
     // Meshed: bits of one whole pixel; planar: bits of one sample.
     int bitsPerPixel() const { return isEmpty() ? 0 : (isPlanar_ ? 8 : 8 * samplesPerPixel_); }
     int numberOfPlanes() const { return isEmpty() ? 0 : (isPlanar_ ? samplesPerPixel_ : 1); }
-    std::size_t bytesPerPlane() const { return std::size_t(bytesPerRow_) * std::size_t(pixelsHigh_); }
+    std::size_t bytesPerPlane() const {
+        return std::size_t(bytesPerRow_) * std::size_t(pixelsHigh_);
+    }
     std::size_t totalBytes() const { return bytesPerPlane() * std::size_t(numberOfPlanes()); }
 
     std::uint8_t* plane(int k) { return data_.get() + std::size_t(k) * bytesPerPlane(); }
-    const std::uint8_t* plane(int k) const { return data_.get() + std::size_t(k) * bytesPerPlane(); }
-    std::uint8_t* row(int k, int r) { return plane(k) + std::size_t(r) * std::size_t(bytesPerRow_); }
+    const std::uint8_t* plane(int k) const {
+        return data_.get() + std::size_t(k) * bytesPerPlane();
+    }
+    std::uint8_t* row(int k, int r) {
+        return plane(k) + std::size_t(r) * std::size_t(bytesPerRow_);
+    }
     const std::uint8_t* row(int k, int r) const {
         return plane(k) + std::size_t(r) * std::size_t(bytesPerRow_);
     }
@@ -61,7 +67,7 @@ public:
     std::uint8_t* bitmapData() { return data_.get(); }
     const std::uint8_t* bitmapData() const { return data_.get(); }
 
-private:
+  private:
     int pixelsWide_ = 0;
     int pixelsHigh_ = 0;
     int samplesPerPixel_ = 0;

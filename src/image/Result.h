@@ -14,7 +14,7 @@ struct Error {
 // Success or an Error; the engine returns these instead of throwing.
 template <class T>
 class Result {
-public:
+  public:
     Result(T value) : state_(std::move(value)) {}
     Result(Error error) : state_(std::move(error)) {}
 
@@ -31,13 +31,13 @@ public:
 
     const Error& error() const { return std::get<Error>(state_); }
 
-private:
+  private:
     std::variant<T, Error> state_;
 };
 
 // Result of an operation that produces nothing but may fail.
 class Status {
-public:
+  public:
     Status() = default;
     Status(Error error) : failed_(true), error_(std::move(error)) {}
     static Status success() { return Status(); }
@@ -46,7 +46,7 @@ public:
     explicit operator bool() const { return ok(); }
     const Error& error() const { return error_; }
 
-private:
+  private:
     bool failed_ = false;
     Error error_;
 };
