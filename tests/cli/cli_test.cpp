@@ -1,0 +1,208 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "image/Bitmap.h"
+#include "output/Export.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Run {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string slurp(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+std::string quote(const std::string& s) {
+    std::string q = "'";
+    for (char c : s) {
+        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return q + "'";
+}
+
+class CliTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        dir = fs::temp_directory_path() /
+              ("pv-cli-" + std::to_string(::getpid()) + "-" +
+               ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+    }
+    void TearDown() override { fs::remove_all(dir); }
+
+    Run run(const std::vector<std::string>& args) {
+        std::string cmd = quote(PV_CLI_PATH);
+        for (const std::string& a : args) {
+            cmd += " " + quote(a);
+        }
+        const fs::path out = dir / "stdout", err = dir / "stderr";
+        cmd += " >" + quote(out.string()) + " 2>" + quote(err.string());
+        Run r;
+        const int raw = std::system(cmd.c_str());
+        r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+        r.out = slurp(out);
+        r.err = slurp(err);
+        fs::remove(out);
+        fs::remove(err);
+        return r;
+    }
+
+    // Writes an RGB TIFF from pixels listed top row first.
+    std::string tiff(const std::string& name, int w, int h,
+                     const std::vector<std::array<std::uint8_t, 3>>& pixels) {
+        auto b = pv::Bitmap::create(w, h, 3, false, false);
+        for (std::size_t i = 0; i < pixels.size(); ++i) {
+            for (std::size_t k = 0; k < 3; ++k) {
+                b->bitmapData()[i * 3 + k] = pixels[i][k];
+            }
+        }
+        const std::string path = (dir / name).string();
+        EXPECT_TRUE(pv::writeTiffAtomically(path, *b).ok());
+        return path;
+    }
+
+    std::string example() {
+        return tiff("example.tif", 2, 2, {{100, 0, 0}, {0, 50, 0}, {100, 50, 0}, {0, 0, 0}});
+    }
+
+    fs::path dir;
+};
+
+const std::string kExampleReport =
+    "Pixel Information\n\tImage ROI\tScatter Gram ROI\n\tCount\t%\tCount\t%\n"
+    "Red:\t1\t25.00\t--\t--\nGreen:\t1\t25.00\t--\t--\nYellow:\t1\t25.00\t--\t--\n"
+    "Total:\t3\t75.00\t--\t--\n\n"
+    "Coefficients Calculations - Current Image ROI\nRr\t-0.5000\nR\t0.5000\nk1\t0.2500\n"
+    "k2\t1.0000\nm1\t0.5000\nm2\t0.5000\n\n"
+    "Coefficients Calculations - Scatter Gram ROI\nM1\t\nM2\t\n\n";
+
+TEST_F(CliTest, OneImagePrintsItsReport) {
+    const Run r = run({example()});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, kExampleReport);
+    EXPECT_EQ(r.err, "");
+}
+
+TEST_F(CliTest, ReportFilesAndPictures) {
+    const std::string image = example();
+    const std::string stem = (dir / "result").string();
+    struct Case {
+        std::vector<std::string> extra;
+        std::vector<std::string> files;
+    };
+    for (const Case& c :
+         {Case{{}, {"result.xls"}}, Case{{"--txt"}, {"result.txt"}},
+          Case{{"--images"}, {"result.xls", "result_Image.tif", "result_SGram.tif"}}}) {
+        std::vector<std::string> args = {"--report", stem};
+        args.insert(args.end(), c.extra.begin(), c.extra.end());
+        args.push_back(image);
+        const Run r = run(args);
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.out, "");
+        std::vector<std::string> written;
+        for (const auto& e : fs::directory_iterator(dir)) {
+            if (e.path().filename().string().rfind("result", 0) == 0) {
+                written.push_back(e.path().filename().string());
+            }
+        }
+        std::sort(written.begin(), written.end());
+        EXPECT_EQ(written, c.files);
+        EXPECT_EQ(slurp(dir / c.files[0]), kExampleReport);
+        for (const std::string& f : written) {
+            fs::remove(dir / f);
+        }
+    }
+}
+
+TEST_F(CliTest, CoefficientsAndPairOptions) {
+    const std::string image = example();
+    Run r = run({"--coefficients", "Rr,m", image});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find("Rr\t-0.5000\nR\tND\nk1\tND\nk2\tND\nm1\t0.5000\nm2\t0.5000\n"),
+              std::string::npos)
+        << r.out;
+
+    r = run({"--pair", "blue-red", image});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find("Blue:\t0\t0.00\t--\t--\nRed:\t1\t25.00\t--\t--\nMagenta:\t0\t0.00"),
+              std::string::npos)
+        << r.out;
+}
+
+TEST_F(CliTest, UsageErrorsExitWithTwoAndAHint) {
+    const std::string image = example();
+    for (const std::vector<std::string>& args :
+         std::vector<std::vector<std::string>>{{},
+                                               {"--frobnicate", image},
+                                               {"--pair", "red-yellow", image},
+                                               {"--coefficients", "Rr,q", image},
+                                               {"--jobs", "0", image},
+                                               {"--jobs", "many", image},
+                                               {"--images", image},
+                                               {"--report"}}) {
+        const Run r = run(args);
+        EXPECT_EQ(r.status, 2) << ::testing::PrintToString(args);
+        EXPECT_NE(r.err.find("Try 'pixmera-veltro-cli --help'"), std::string::npos) << r.err;
+        EXPECT_EQ(r.out, "");
+    }
+    EXPECT_EQ(run({"--help"}).status, 0);
+    const Run v = run({"--version"});
+    EXPECT_EQ(v.status, 0);
+    EXPECT_EQ(v.out.rfind("pixmera-veltro-cli ", 0), 0u);
+}
+
+TEST_F(CliTest, BatchGoesOnPastABadFileAndKeepsInputOrder) {
+    const std::string good1 = example();
+    const std::string good2 = tiff("second.tif", 1, 2, {{0, 0, 0}, {7, 0, 0}});
+    const std::string corrupt = (dir / "corrupt.tif").string();
+    std::ofstream(corrupt) << "II*\0garbage that is not a TIFF directory";
+    const std::string missing = (dir / "missing.png").string();
+
+    for (const char* jobs : {"1", "3"}) {
+        const Run r = run({"--jobs", jobs, good1, corrupt, missing, good2});
+        EXPECT_EQ(r.status, 1);
+        std::istringstream lines(r.out);
+        std::string header, row1, row2, extra;
+        std::getline(lines, header);
+        std::getline(lines, row1);
+        std::getline(lines, row2);
+        EXPECT_FALSE(std::getline(lines, extra));
+        EXPECT_EQ(header,
+                  "File\tPair\tRed count\tRed %\tGreen count\tGreen %\tYellow count\tYellow %\t"
+                  "Total count\tTotal %\tRr\tR\tk1\tk2\tm1\tm2");
+        EXPECT_EQ(row1, good1 +
+                            "\tred-green\t1\t25.00\t1\t25.00\t1\t25.00\t3\t75.00\t-0.5000\t"
+                            "0.5000\t0.2500\t1.0000\t0.5000\t0.5000");
+        const std::string prefix2 = good2 + "\tred-green\t1\t50.00\t0\t0.00\t";
+        EXPECT_EQ(row2.substr(0, prefix2.size()), prefix2);
+        EXPECT_NE(r.err.find(corrupt + ": "), std::string::npos) << r.err;
+        EXPECT_NE(r.err.find(missing + ": "), std::string::npos) << r.err;
+    }
+}
+
+TEST_F(CliTest, FailedWriteIsReportedAndLeavesNothing) {
+    const Run r = run({"--report", (dir / "no-such-folder" / "out").string(), example()});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("out.xls"), std::string::npos) << r.err;
+    EXPECT_FALSE(fs::exists(dir / "no-such-folder"));
+}
+
+}  // namespace

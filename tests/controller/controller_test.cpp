@@ -1,0 +1,285 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "controller/PixmeraVeltroController.h"
+#include "output/Export.h"
+
+namespace pv {
+namespace {
+
+// Records what the controller asks of its front end.
+struct RecordingPort : ControllerPort {
+    void showImage(const Picture& p) override { shownImages.push_back(p); }
+    void showScatterGram(const Picture& p) override { scatterGram = p; }
+    void showColorBars(const std::array<std::string_view, 4>& names) override {
+        colorBars.assign(names.begin(), names.end());
+    }
+    void askBackgroundCorrectionWarning() override { ++warnings; }
+    void performBackgroundCorrection() override { ++backgroundRequests; }
+    void showHelpPage(std::string_view page) override { helpPages.emplace_back(page); }
+    void showError(const Error& e) override { errors.push_back(e.message); }
+    void logMessage(std::string_view m) override { log.emplace_back(m); }
+    void noteRecentDocument(const std::string& p) override { recent.push_back(p); }
+
+    std::vector<Picture> shownImages;
+    Picture scatterGram;
+    std::vector<std::string> colorBars;
+    int warnings = 0;
+    int backgroundRequests = 0;
+    std::vector<std::string> helpPages;
+    std::vector<std::string> errors;
+    std::vector<std::string> log;
+    std::vector<std::string> recent;
+};
+
+using RGB = std::array<std::uint8_t, 3>;
+
+// A meshed RGB picture at 72 dpi; rows listed top to bottom.
+Picture picture(int w, int h, const std::vector<RGB>& pixels) {
+    auto b = Bitmap::create(w, h, 3, false, false);
+    for (int i = 0; i < w * h; ++i) {
+        for (int k = 0; k < 3; ++k) {
+            b->bitmapData()[i * 3 + k] = pixels[std::size_t(i)][std::size_t(k)];
+        }
+    }
+    return Picture::at72dpi(std::move(*b));
+}
+
+struct ControllerTest : ::testing::Test {
+    ControllerTest() {
+        controller.awakeFromNib();
+        controller.applicationDidFinishLaunching();
+    }
+    void load(const Picture& p) { controller.takePictureFromView(p, std::nullopt); }
+
+    RecordingPort port;
+    PixmeraVeltroController controller{port};
+};
+
+// The 2 x 2 picture whose report is the reference example.
+const std::vector<RGB> kExample = {{100, 0, 0}, {0, 50, 0}, {100, 50, 0}, {0, 0, 0}};
+
+TEST_F(ControllerTest, StartsWithNothingEnabledAndABlackScatterGram) {
+    const ButtonStates& b = controller.buttons();
+    EXPECT_FALSE(b.backgroundButton || b.calculateCoefficientButton || b.saveButton ||
+                 b.calculateROIButton || b.reflectROIButton);
+    EXPECT_FALSE(controller.initialImageHasBeenSelected());
+    ASSERT_FALSE(port.scatterGram.isEmpty());
+    const Bitmap& sg = *port.scatterGram.bitmap;
+    EXPECT_EQ(sg.pixelsWide(), 256);
+    EXPECT_EQ(sg.pixelsHigh(), 256);
+    for (std::size_t i = 0; i < sg.totalBytes(); ++i) {
+        ASSERT_EQ(sg.bitmapData()[i], 0) << i;
+    }
+    // No image: zero counts, and percentages of 0/0 show as printf shows a NaN.
+    EXPECT_EQ(controller.fields().yAxisPixelCountText, "0");
+    EXPECT_NE(controller.fields().yAxisPixelPercentText.find("nan"), std::string::npos);
+    EXPECT_EQ(controller.fields().pixelCountROITotal, "--");
+    EXPECT_EQ(port.colorBars,
+              (std::vector<std::string>{"brv-grad", "bgh-grad", "gyv-grad", "ryh-grad"}));
+    EXPECT_FALSE(controller.supportedImageFileTypes().empty());
+}
+
+TEST_F(ControllerTest, ReferenceExampleReportComesOutByteForByte) {
+    load(picture(2, 2, kExample));
+    EXPECT_TRUE(controller.buttons().calculateCoefficientButton);
+    EXPECT_FALSE(controller.buttons().saveButton);
+
+    controller.calculateCoefficientsNow();
+    ASSERT_EQ(port.warnings, 1);  // not background-corrected: the question comes first
+    EXPECT_EQ(controller.fields().coefficient_Rr, "");
+    controller.colocalizationWarningSheetDidEnd(1);
+    EXPECT_TRUE(controller.buttons().saveButton);
+    EXPECT_TRUE(controller.analysis().coefficientsCalculated);
+
+    const std::string expected =
+        "Pixel Information\n\tImage ROI\tScatter Gram ROI\n\tCount\t%\tCount\t%\n"
+        "Red:\t1\t25.00\t--\t--\nGreen:\t1\t25.00\t--\t--\nYellow:\t1\t25.00\t--\t--\n"
+        "Total:\t3\t75.00\t--\t--\n\n"
+        "Coefficients Calculations - Current Image ROI\nRr\t-0.5000\nR\t0.5000\nk1\t0.2500\n"
+        "k2\t1.0000\nm1\t0.5000\nm2\t0.5000\n\n"
+        "Coefficients Calculations - Scatter Gram ROI\nM1\t\nM2\t\n\n";
+    EXPECT_EQ(buildReport(controller.fields()), expected);
+}
+
+TEST_F(ControllerTest, WarningAnswersDecideWhatHappens) {
+    load(picture(2, 2, kExample));
+    struct Case {
+        int tag;
+        bool calculates;
+        int backgroundRequests;
+        std::size_t helpPages;
+    };
+    for (const Case& c :
+         {Case{1, true, 0, 0}, Case{-1, false, 1, 0}, Case{0, false, 0, 1}, Case{7, false, 0, 0}}) {
+        RecordingPort p;
+        PixmeraVeltroController ctl(p);
+        ctl.awakeFromNib();
+        ctl.takePictureFromView(picture(2, 2, kExample), std::nullopt);
+        ctl.calculateCoefficientsNow();
+        ctl.colocalizationWarningSheetDidEnd(c.tag);
+        EXPECT_EQ(ctl.analysis().coefficientsCalculated, c.calculates) << c.tag;
+        EXPECT_EQ(ctl.fields().coefficient_R.empty(), !c.calculates) << c.tag;
+        EXPECT_EQ(p.backgroundRequests, c.backgroundRequests) << c.tag;
+        ASSERT_EQ(p.helpPages.size(), c.helpPages) << c.tag;
+        if (c.helpPages) {
+            EXPECT_EQ(p.helpPages[0], "src/PixmeraVeltro206.html");
+        }
+    }
+}
+
+TEST_F(ControllerTest, UntickedCheckboxesShowNDButStillStoreValues) {
+    load(picture(2, 2, kExample));
+    controller.setCheckboxes({true, false, false, true});
+    controller.colocalizationWarningSheetDidEnd(1);
+    const ResultFields& f = controller.fields();
+    EXPECT_EQ(f.coefficient_Rr, "-0.5000");
+    EXPECT_EQ(f.coefficient_R, "ND");
+    EXPECT_EQ(f.coefficient_k1, "ND");
+    EXPECT_EQ(f.coefficient_k2, "ND");
+    EXPECT_EQ(f.coefficient_m1, "0.5000");
+    EXPECT_DOUBLE_EQ(controller.analysis().overlap_k2, 1.0);
+
+    controller.selectAllCoefficients();
+    EXPECT_TRUE(controller.checkboxes().checkbox_R && controller.checkboxes().checkbox_k1);
+    EXPECT_EQ(f.coefficient_Rr, "");
+    EXPECT_TRUE(controller.analysis().coefficientsCalculated);
+    EXPECT_TRUE(controller.buttons().saveButton);  // left enabled: exports empty lines
+
+    controller.colocalizationWarningSheetDidEnd(1);
+    controller.clearAllCoefficients();
+    EXPECT_EQ(f.coefficient_m2, "");
+    EXPECT_FALSE(controller.analysis().coefficientsCalculated);
+    EXPECT_DOUBLE_EQ(controller.analysis().overlap_m2, 0.5);
+}
+
+TEST_F(ControllerTest, ChangingThePairRelabelsAndRecountsButKeepsTheCensus) {
+    // red 9, green 10, blue 20 and a pure blue and a pure red pixel
+    load(picture(3, 1, {{9, 10, 20}, {0, 0, 40}, {30, 0, 0}}));
+    const std::int32_t total = controller.analysis().totalPixelCount;
+    struct Case {
+        int popupIndex;
+        int rgbCombo;
+        const char* y;
+        const char* x;
+        const char* xy;
+        const char* yCount;
+        const char* xCount;
+        const char* firstBar;
+    };
+    for (const Case& c : {Case{6, 4, "Blue:", "Red:", "Magenta:", "1", "1", "bbv-grad"},
+                          Case{3, 2, "Green:", "Red:", "Yellow:", "0", "1", "bgv-grad"},
+                          Case{5, 0, "Red:", "Green:", "Yellow:", "1", "0", "brv-grad"},
+                          Case{42, 0, "Red:", "Green:", "Yellow:", "1", "0", "brv-grad"}}) {
+        controller.colocalizationWarningSheetDidEnd(1);
+        controller.getChannelsRGBCombo(c.popupIndex);
+        const ResultFields& f = controller.fields();
+        EXPECT_EQ(controller.analysis().rgbCombo, c.rgbCombo);
+        EXPECT_EQ(f.yAxisPixelColorText, c.y);
+        EXPECT_EQ(f.xAxisPixelColorText, c.x);
+        EXPECT_EQ(f.xyAxisPixelColorText, c.xy);
+        EXPECT_EQ(f.yAxisPixelCountText, c.yCount);
+        EXPECT_EQ(f.xAxisPixelCountText, c.xCount);
+        EXPECT_EQ(port.colorBars.at(0), c.firstBar);
+        EXPECT_EQ(controller.analysis().totalPixelCount, total);
+        EXPECT_EQ(f.coefficient_Rr, "");  // the pass empties the results
+        EXPECT_FALSE(controller.buttons().saveButton);
+        EXPECT_EQ(f.xyAxisROIPixelCountText, "--");
+    }
+    // Y blue, X red for pair 4: sums cover pixels with blue or red above 0.
+    controller.getChannelsRGBCombo(6);
+    EXPECT_EQ(controller.analysis().sumPixelCount, 3);
+    EXPECT_EQ(controller.analysis().sumPixelsYAxis, 60);
+    EXPECT_EQ(controller.analysis().sumPixelsXAxis, 39);
+}
+
+TEST_F(ControllerTest, BackgroundCorrectionMarksTheImageAndRestoreBringsItBack) {
+    load(picture(2, 1, {{10, 20, 0}, {200, 5, 0}}));
+    WorkingImage& image = controller.workingImage();
+    const BitmapInfo geometryBefore = image.bitmapInfo;
+
+    // A correction writes into the working bitmap, then tells the controller.
+    image.currentDisplayedBitmap.bitmapData()[0] = 0;
+    controller.updateDisplayedImage();
+    EXPECT_EQ(image.imageFileInfo.backgroundCorrected, 1);
+    EXPECT_TRUE(image.modifiedImageDisplayed);
+    EXPECT_EQ(image.bitmapInfo.bytesPerRow, geometryBefore.bytesPerRow);
+    EXPECT_EQ(image.currentDisplayedImage.bitmap->bitmapData()[0], 0);
+    EXPECT_EQ(image.originalImage.bitmap->bitmapData()[0], 10);
+    EXPECT_EQ(controller.fields().yAxisPixelCountText, "0");  // the red pixel became green-only
+
+    // Corrected: Calculate asks nothing.
+    controller.calculateCoefficientsNow();
+    EXPECT_EQ(port.warnings, 0);
+    EXPECT_TRUE(controller.buttons().saveButton);
+
+    controller.restoreImageToOriginal();
+    EXPECT_EQ(image.imageFileInfo.backgroundCorrected, 0);
+    EXPECT_FALSE(image.modifiedImageDisplayed);
+    EXPECT_FALSE(image.restoreOriginalRequested);
+    EXPECT_EQ(image.currentDisplayedBitmap.bitmapData()[0], 10);
+    EXPECT_FALSE(controller.buttons().saveButton);
+
+    // A new load clears the mark before the new picture is analysed.
+    image.currentDisplayedBitmap.bitmapData()[0] = 0;
+    controller.updateDisplayedImage();
+    load(picture(1, 1, {{1, 1, 1}}));
+    EXPECT_EQ(image.imageFileInfo.backgroundCorrected, 0);
+    EXPECT_EQ(image.currentImageRect, makeRect(0, 0, 1, 1));
+}
+
+TEST_F(ControllerTest, PastedPictureHasNoFileFacts) {
+    load(picture(3, 2, std::vector<RGB>(6, RGB{1, 2, 3})));
+    const ImageFileInfo& info = controller.workingImage().imageFileInfo;
+    EXPECT_FALSE(info.fileName || info.fileType || info.filePath);
+    EXPECT_EQ(info.fileSizeKB, 0);
+    EXPECT_EQ(info.bitDepth, 24);
+    EXPECT_FLOAT_EQ(info.horizontalDPI, 72.0f);
+    EXPECT_TRUE(port.recent.empty());
+    EXPECT_TRUE(controller.initialImageHasBeenSelected());
+    const BitmapInfo& g = controller.workingImage().bitmapInfo;
+    EXPECT_EQ(g.bytesPerRow, 9);
+    EXPECT_EQ(g.samplesPerPixel, 3);
+    EXPECT_EQ(g.bytesPerPlane, 18);
+    EXPECT_EQ(g.isPlanar, 0);
+    EXPECT_FLOAT_EQ(g.height, 2.0f);
+}
+
+TEST_F(ControllerTest, PlanarPictureIsMeshedBeforeAnalysis) {
+    auto b = Bitmap::create(2, 1, 3, false, true);
+    const std::uint8_t planes[3][2] = {{100, 0}, {50, 7}, {0, 0}};
+    for (int k = 0; k < 3; ++k) {
+        for (int i = 0; i < 2; ++i) {
+            b->plane(k)[i] = planes[k][i];
+        }
+    }
+    load(Picture::at72dpi(std::move(*b)));
+    const WorkingImage& image = controller.workingImage();
+    EXPECT_EQ(image.bitmapInfo.isPlanar, 0);
+    EXPECT_EQ(image.bitmapInfo.samplesPerPixel, 3);
+    const std::uint8_t* d = image.currentDisplayedBitmap.bitmapData();
+    EXPECT_EQ(std::vector<int>(d, d + 6), (std::vector<int>{100, 50, 0, 0, 7, 0}));
+    EXPECT_EQ(controller.fields().xyAxisPixelCountText, "1");
+    EXPECT_EQ(controller.fields().xAxisPixelCountText, "1");
+}
+
+TEST_F(ControllerTest, FailedLoadLeavesAnEmptyWorkingImageAndSaysWhy) {
+    load(picture(2, 2, kExample));
+    const Status s = controller.openImageFile("/nonexistent/folder/cells.tif");
+    ASSERT_FALSE(s.ok());
+    EXPECT_NE(s.error().message.find("cells.tif"), std::string::npos);
+    ASSERT_EQ(port.errors.size(), 1u);
+    const WorkingImage& image = controller.workingImage();
+    EXPECT_TRUE(image.currentDisplayedImage.isEmpty());
+    EXPECT_TRUE(image.currentImageRect.isEmpty());
+    EXPECT_EQ(image.bitmapInfo.bytesPerPlane, 0);
+    EXPECT_EQ(controller.analysis().totalPixelCount, 0);
+    EXPECT_TRUE(port.recent.empty());
+}
+
+}  // namespace
+}  // namespace pv
