@@ -28,6 +28,16 @@ struct PairHistogram {
     }
 };
 
+// Colour classes of the census; at most one holds for a pixel.
+enum class CensusClass { None, Red, Green, Blue, Yellow, Magenta, Cyan };
+
+// The census rule: each sample against its minimum level with a strict >, the others against 0.
+CensusClass censusClassOf(const AnalysisState& state, int red, int green, int blue);
+// The class shared by every pixel of one histogram bin (same minimum levels as the pass).
+CensusClass censusClassOfBin(const AnalysisState& state, int rgbCombo, int third, int y, int x);
+// The count field of a class in the image census; null for None.
+std::int32_t* censusCountField(AnalysisState& state, CensusClass c);
+
 // Per-pixel steps, the single-pixel definition the pass must agree with.
 // Census: adds 1 to totalPixelCount and to at most one class count.
 void countPixelInCensus(AnalysisState& state, PackedRGB value);
