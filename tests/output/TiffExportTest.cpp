@@ -151,13 +151,5 @@ TEST(WriteTiffAtomically, FailedWriteKeepsTheOldPictureAndGivesTheSystemReason) 
     EXPECT_EQ(namesIn(folder.path()), std::set<std::string>{"old.tif"});
 }
 
-TEST(WriteTiffAtomically, MissingFolderNamesTheFile) {
-    TempFolder folder;
-    const std::string path = folder / "gone/picture.tif";
-    const Status status = writeTiffAtomically(path, makeBitmap(3, false, false, 0));
-    ASSERT_FALSE(status);
-    EXPECT_EQ(status.error().message, "cannot write " + path + ": No such file or directory");
-}
-
 }  // namespace
 }  // namespace pv
