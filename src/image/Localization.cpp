@@ -16,6 +16,8 @@ std::string tr(std::string_view english) {
     return t ? t(english) : std::string(english);
 }
 
-void installTranslator(Translator translator_) { translator() = std::move(translator_); }
+void installTranslator(Translator translator_) {
+    translator() = std::move(translator_);
+}
 
 }  // namespace pv

@@ -1,0 +1,61 @@
+#pragma once
+
+// Shared by the image input code (decoders, normalisation); not part of the engine's interface.
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include "image/Bitmap.h"
+#include "image/Picture.h"
+#include "image/Result.h"
+
+namespace pv::decode {
+
+// Reasons a decoder gives, as keys for tr(). readImageFile puts the file in front.
+inline constexpr const char* kTruncated = "the file ends before the picture is complete";
+inline constexpr const char* kDamaged = "the file is damaged and the picture cannot be read";
+inline constexpr const char* kNotAPicture =
+    "not a picture file this program can read (TIFF, PNG, JPEG or BMP)";
+
+// A translated reason with %1, %2, ... replaced by the arguments.
+std::string reason(std::string_view english, std::initializer_list<std::string> args = {});
+Error failure(std::string_view english, std::initializer_list<std::string> args = {});
+
+// An 8-bit bitmap for a decoded picture, refused with a reason when a plane would be larger
+// than a Bitmap may be or memory is short.
+Result<Bitmap> allocatePicture(std::uint64_t wide, std::uint64_t high, int samplesPerPixel,
+                               bool hasAlpha, bool isPlanar);
+
+// Size in points from the file's resolution; a missing or nonsensical resolution is 72 dpi.
+Picture pictureAtResolution(Bitmap&& bitmap, double horizontalDPI, double verticalDPI);
+double usableDPI(double dpi);
+
+// 16-bit colour samples share one factor so that the largest becomes 255; zero stays zero.
+struct Scale16 {
+    std::uint32_t max = 0;
+    std::uint8_t operator()(std::uint32_t v) const {
+        return max == 0 ? 0
+                        : std::uint8_t((std::uint64_t(v) * 510 + max) / (2 * std::uint64_t(max)));
+    }
+};
+// Alpha keeps its own meaning, so it maps 65535 to 255 regardless of the colours.
+inline std::uint8_t alpha16to8(std::uint32_t v) {
+    return std::uint8_t((v * 255u + 32767u) / 65535u);
+}
+// An n-bit sample (n <= 32) stretched to 0..255, rounded.
+inline std::uint8_t stretchTo8(std::uint32_t v, int bits) {
+    if (bits <= 0) {
+        return 0;
+    }
+    const std::uint64_t top = (std::uint64_t(1) << bits) - 1;
+    return std::uint8_t((std::uint64_t(v) * 510 + top) / (2 * top));
+}
+
+Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize);
+Result<Picture> decodePng(const std::string& path);
+Result<Picture> decodeJpeg(const std::string& path);
+Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize);
+
+}  // namespace pv::decode

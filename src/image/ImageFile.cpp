@@ -1,0 +1,177 @@
+#include "image/ImageFile.h"
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "image/DecoderSupport.h"
+#include "image/Localization.h"
+
+namespace pv {
+
+namespace decode {
+
+std::string reason(std::string_view english, std::initializer_list<std::string> args) {
+    std::string text = tr(english);
+    int n = 1;
+    for (const std::string& arg : args) {
+        const std::string mark = "%" + std::to_string(n++);
+        const std::size_t at = text.find(mark);
+        if (at != std::string::npos) {
+            text.replace(at, mark.size(), arg);
+        }
+    }
+    return text;
+}
+
+Error failure(std::string_view english, std::initializer_list<std::string> args) {
+    return Error{reason(english, args)};
+}
+
+Result<Bitmap> allocatePicture(std::uint64_t wide, std::uint64_t high, int samplesPerPixel,
+                               bool hasAlpha, bool isPlanar) {
+    const std::string dims = std::to_string(wide) + " x " + std::to_string(high);
+    if (wide == 0 || high == 0) {
+        return failure(kDamaged);
+    }
+    const std::uint64_t rowBytes = wide * std::uint64_t(isPlanar ? 1 : samplesPerPixel);
+    // Each factor is checked first so that the product cannot wrap around.
+    if (wide > Bitmap::kMaxBytesPerPlane || high > Bitmap::kMaxBytesPerPlane ||
+        rowBytes > Bitmap::kMaxBytesPerPlane / high) {
+        return failure(
+            "the picture is too large: %1 pixels exceed the 2 GB this program can hold "
+            "per colour plane",
+            {dims});
+    }
+    auto bitmap = Bitmap::create(int(wide), int(high), samplesPerPixel, hasAlpha, isPlanar);
+    if (!bitmap) {
+        return failure("there is not enough memory to open the picture (%1 pixels)", {dims});
+    }
+    return std::move(*bitmap);
+}
+
+double usableDPI(double dpi) {
+    return std::isfinite(dpi) && dpi > 0.0 ? dpi : 72.0;
+}
+
+Picture pictureAtResolution(Bitmap&& bitmap, double horizontalDPI, double verticalDPI) {
+    const Size size{float(double(bitmap.pixelsWide()) / usableDPI(horizontalDPI) * 72.0),
+                    float(double(bitmap.pixelsHigh()) / usableDPI(verticalDPI) * 72.0)};
+    return Picture{std::make_shared<const Bitmap>(std::move(bitmap)), size};
+}
+
+}  // namespace decode
+
+ImageKind detectImageKind(std::span<const std::uint8_t> b) {
+    auto starts = [&](std::initializer_list<std::uint8_t> magic) {
+        if (b.size() < magic.size()) {
+            return false;
+        }
+        std::size_t i = 0;
+        for (std::uint8_t m : magic) {
+            if (b[i++] != m) {
+                return false;
+            }
+        }
+        return true;
+    };
+    // Classic TIFF (42) and BigTIFF (43), both byte orders.
+    if (starts({'I', 'I', 42, 0}) || starts({'M', 'M', 0, 42}) || starts({'I', 'I', 43, 0}) ||
+        starts({'M', 'M', 0, 43})) {
+        return ImageKind::TIFF;
+    }
+    if (starts({0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'})) {
+        return ImageKind::PNG;
+    }
+    if (starts({0xff, 0xd8, 0xff})) {
+        return ImageKind::JPEG;
+    }
+    if (starts({'B', 'M'})) {
+        return ImageKind::BMP;
+    }
+    return ImageKind::Unknown;
+}
+
+ImageKind imageKindOfFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        return ImageKind::Unknown;
+    }
+    std::uint8_t head[8] = {};
+    in.read(reinterpret_cast<char*>(head), sizeof head);
+    return detectImageKind(std::span<const std::uint8_t>(head, std::size_t(in.gcount())));
+}
+
+bool isPictFileName(std::string_view path) {
+    const std::string ext = std::filesystem::path(path).extension().string();
+    return ext == ".pct" || ext == ".pict" || ext == ".PCT" || ext == ".PICT";
+}
+
+namespace {
+
+Error fileError(const std::string& path, const std::string& why) {
+    return Error{path + ": " + why};
+}
+
+}  // namespace
+
+Result<Picture> readImageFile(const std::string& path) {
+    using namespace decode;
+    if (isPictFileName(path)) {
+        return fileError(path, tr(kPictNotSupported));
+    }
+    std::error_code ec;
+    const auto status = std::filesystem::status(path, ec);
+    if (!std::filesystem::exists(status)) {
+        return fileError(path, reason("the file does not exist"));
+    }
+    if (std::filesystem::is_directory(status)) {
+        return fileError(path, reason("this is a folder, not a picture file"));
+    }
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) {
+        return fileError(path, errno == EACCES
+                                   ? reason("you do not have permission to read the file")
+                                   : reason("the file cannot be opened"));
+    }
+    std::uint8_t head[8] = {};
+    const std::size_t got = std::fread(head, 1, sizeof head, f);
+    const bool readFailed = std::ferror(f) != 0;
+    std::fclose(f);
+    if (readFailed) {
+        return fileError(path, reason("the file cannot be read"));
+    }
+    const std::uint64_t size = std::filesystem::file_size(path, ec);
+    if (ec) {
+        return fileError(path, reason("the file cannot be read"));
+    }
+    if (size == 0) {
+        return fileError(path, reason("the file is empty"));
+    }
+    Result<Picture> picture = failure(kNotAPicture);
+    switch (detectImageKind(std::span<const std::uint8_t>(head, got))) {
+        case ImageKind::TIFF:
+            picture = decodeTiff(path, size);
+            break;
+        case ImageKind::PNG:
+            picture = decodePng(path);
+            break;
+        case ImageKind::JPEG:
+            picture = decodeJpeg(path);
+            break;
+        case ImageKind::BMP:
+            picture = decodeBmp(path, size);
+            break;
+        case ImageKind::Unknown:
+            break;
+    }
+    if (!picture) {
+        return fileError(path, picture.error().message);
+    }
+    return picture;
+}
+
+}  // namespace pv

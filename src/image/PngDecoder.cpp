@@ -1,0 +1,191 @@
+#include <png.h>
+
+#include <algorithm>
+#include <csetjmp>
+#include <cstdio>
+#include <memory>
+#include <optional>
+
+#include "image/DecoderSupport.h"
+
+namespace pv::decode {
+
+namespace {
+
+// All state the longjmp-guarded functions touch lives here, outside their frames, so that a
+// longjmp out of libpng skips no destructor and leaves no stale local.
+struct PngJob {
+    std::FILE* file = nullptr;
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    bool hitEnd = false;
+    png_uint_32 wide = 0, high = 0;
+    int bitDepth = 0;
+    int channels = 0;
+    bool interlaced = false;
+    double dpiX = 72.0, dpiY = 72.0;
+    std::unique_ptr<png_byte[]> row;
+    Bitmap* out = nullptr;  // null while looking for the largest 16-bit sample
+    std::uint32_t max = 0;
+    Scale16 scale;
+};
+
+void pngError(png_structp png, png_const_charp) {
+    png_longjmp(png, 1);
+}
+void pngWarning(png_structp, png_const_charp) {}
+
+void pngRead(png_structp png, png_bytep data, png_size_t length) {
+    auto* job = static_cast<PngJob*>(png_get_io_ptr(png));
+    if (std::fread(data, 1, length, job->file) != length) {
+        job->hitEnd = true;
+        png_error(png, "end of file");
+    }
+}
+
+bool readPngHeader(PngJob& job) {
+    if (setjmp(png_jmpbuf(job.png))) {
+        return false;
+    }
+    png_set_read_fn(job.png, &job, pngRead);
+    png_read_info(job.png, job.info);
+    int colourType = 0, interlace = 0;
+    png_get_IHDR(job.png, job.info, &job.wide, &job.high, &job.bitDepth, &colourType, &interlace,
+                 nullptr, nullptr);
+    job.interlaced = interlace != PNG_INTERLACE_NONE;
+    png_set_expand(job.png);  // palette to RGB, small grey levels to 8 bits, tRNS to alpha
+    png_set_gray_to_rgb(job.png);
+    // Rows of interlaced files are read pass by pass and placed by us, so no full-size buffer.
+    png_read_update_info(job.png, job.info);
+    job.bitDepth = png_get_bit_depth(job.png, job.info);
+    job.channels = png_get_channels(job.png, job.info);
+    png_uint_32 xppu = 0, yppu = 0;
+    int unit = 0;
+    if (png_get_pHYs(job.png, job.info, &xppu, &yppu, &unit) && unit == PNG_RESOLUTION_METER) {
+        job.dpiX = usableDPI(double(xppu) * 0.0254);
+        job.dpiY = usableDPI(double(yppu) * 0.0254);
+    }
+    return true;
+}
+
+void takePngRow(PngJob& job, int pass, png_uint_32 passRow, png_uint_32 cols) {
+    const png_byte* src = job.row.get();
+    const int bytes = job.bitDepth == 16 ? 2 : 1;
+    const int colours = 3;
+    const bool alpha = job.channels > colours;
+    auto at = [&](png_uint_32 col, int c) -> std::uint32_t {
+        const png_byte* p = src + (std::size_t(col) * std::size_t(job.channels) + std::size_t(c)) *
+                                      std::size_t(bytes);
+        return bytes == 2 ? (std::uint32_t(p[0]) << 8 | p[1]) : p[0];
+    };
+    if (!job.out) {
+        for (png_uint_32 col = 0; col < cols; ++col) {
+            for (int c = 0; c < colours; ++c) {
+                job.max = std::max(job.max, at(col, c));
+            }
+        }
+        return;
+    }
+    const png_uint_32 y = job.interlaced ? PNG_ROW_FROM_PASS_ROW(passRow, pass) : passRow;
+    std::uint8_t* dst = job.out->row(0, int(y));
+    const int outSamples = job.out->samplesPerPixel();
+    for (png_uint_32 col = 0; col < cols; ++col) {
+        const png_uint_32 x = job.interlaced ? PNG_COL_FROM_PASS_COL(col, pass) : col;
+        std::uint8_t* px = dst + std::size_t(x) * std::size_t(outSamples);
+        for (int c = 0; c < colours; ++c) {
+            px[c] = bytes == 2 ? job.scale(at(col, c)) : std::uint8_t(at(col, c));
+        }
+        if (alpha) {
+            px[3] = bytes == 2 ? alpha16to8(at(col, colours)) : std::uint8_t(at(col, colours));
+        }
+    }
+}
+
+bool readPngRows(PngJob& job) {
+    if (setjmp(png_jmpbuf(job.png))) {
+        return false;
+    }
+    const int passes = job.interlaced ? 7 : 1;
+    for (int pass = 0; pass < passes; ++pass) {
+        const png_uint_32 cols = job.interlaced ? PNG_PASS_COLS(job.wide, pass) : job.wide;
+        const png_uint_32 rows = job.interlaced ? PNG_PASS_ROWS(job.high, pass) : job.high;
+        if (cols == 0 || rows == 0) {
+            continue;  // libpng skips empty passes too
+        }
+        for (png_uint_32 r = 0; r < rows; ++r) {
+            png_read_row(job.png, job.row.get(), nullptr);
+            takePngRow(job, pass, r, cols);
+        }
+    }
+    return true;
+}
+
+struct PngCleanup {
+    PngJob& job;
+    ~PngCleanup() {
+        if (job.png) {
+            png_destroy_read_struct(&job.png, job.info ? &job.info : nullptr, nullptr);
+        }
+        if (job.file) {
+            std::fclose(job.file);
+        }
+    }
+};
+
+// Opens the file and reads the header into job.
+std::optional<Error> startPng(const std::string& path, PngJob& job) {
+    job.file = std::fopen(path.c_str(), "rb");
+    if (!job.file) {
+        return failure("the file cannot be opened");
+    }
+    job.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &job, pngError, pngWarning);
+    job.info = job.png ? png_create_info_struct(job.png) : nullptr;
+    if (!job.info) {
+        return failure("there is not enough memory to open the picture");
+    }
+    if (!readPngHeader(job)) {
+        return failure(job.hitEnd ? kTruncated : kDamaged);
+    }
+    job.row.reset(new (std::nothrow) png_byte[png_get_rowbytes(job.png, job.info)]);
+    if (!job.row) {
+        return failure("there is not enough memory to open the picture");
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+Result<Picture> decodePng(const std::string& path) {
+    auto job = std::make_unique<PngJob>();
+    auto cleanup = std::make_unique<PngCleanup>(*job);
+    if (auto error = startPng(path, *job)) {
+        return *error;
+    }
+    if (job->bitDepth == 16) {
+        // Two passes over the file (first the largest sample, then the scaled copy) instead of
+        // holding a 16-bit copy of the picture.
+        if (!readPngRows(*job)) {
+            return failure(job->hitEnd ? kTruncated : kDamaged);
+        }
+        const std::uint32_t max = job->max;
+        cleanup.reset();
+        job = std::make_unique<PngJob>();
+        cleanup = std::make_unique<PngCleanup>(*job);
+        if (auto error = startPng(path, *job)) {
+            return *error;
+        }
+        job->scale.max = max;
+    }
+    const bool alpha = job->channels > 3;
+    auto bitmap = allocatePicture(job->wide, job->high, alpha ? 4 : 3, alpha, false);
+    if (!bitmap) {
+        return bitmap.error();
+    }
+    job->out = &bitmap.value();
+    if (!readPngRows(*job)) {
+        return failure(job->hitEnd ? kTruncated : kDamaged);
+    }
+    return pictureAtResolution(std::move(bitmap.value()), job->dpiX, job->dpiY);
+}
+
+}  // namespace pv::decode

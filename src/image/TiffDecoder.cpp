@@ -1,0 +1,399 @@
+#include <tiffio.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "image/DecoderSupport.h"
+
+namespace pv::decode {
+
+namespace {
+
+// libtiff must not print: failures show in its return values and the user gets our words.
+int silentTiffMessage(TIFF*, void*, const char*, const char*, va_list) {
+    return 1;
+}
+
+struct TiffCloser {
+    void operator()(TIFF* t) const { TIFFClose(t); }
+};
+using TiffHandle = std::unique_ptr<TIFF, TiffCloser>;
+
+// Why libtiff refused to open a file: a first directory that lies past the end means the file
+// was cut short, anything else is damage.
+const char* whyTiffDoesNotOpen(const std::string& path, std::uint64_t fileSize) {
+    std::ifstream in(path, std::ios::binary);
+    std::uint8_t h[16] = {};
+    in.read(reinterpret_cast<char*>(h), sizeof h);
+    const auto got = std::uint64_t(in.gcount());
+    const bool little = h[0] == 'I';
+    auto number = [&](const std::uint8_t* p, int bytes) {
+        std::uint64_t v = 0;
+        for (int i = 0; i < bytes; ++i) {
+            v |= std::uint64_t(p[little ? i : bytes - 1 - i]) << (8 * i);
+        }
+        return v;
+    };
+    const bool big = number(h + 2, 2) == 43;
+    const std::uint64_t headerSize = big ? 16 : 8;
+    if (got < headerSize) {
+        return kTruncated;
+    }
+    const std::uint64_t dir = big ? number(h + 8, 8) : number(h + 4, 4);
+    const std::uint64_t countSize = big ? 8 : 2;
+    if (dir > fileSize || fileSize - dir < countSize) {
+        return kTruncated;
+    }
+    std::uint8_t c[8] = {};
+    in.clear();
+    in.seekg(std::streamoff(dir));
+    in.read(reinterpret_cast<char*>(c), std::streamsize(countSize));
+    const std::uint64_t entries = number(c, int(countSize));
+    const std::uint64_t entrySize = big ? 20 : 12;
+    if (entries > (fileSize - dir - countSize) / entrySize) {
+        return kTruncated;
+    }
+    return kDamaged;
+}
+
+enum class Colour { Grey, Palette, RGB };
+
+// Everything needed to turn rows of the file into rows of the bitmap.
+struct TiffLayout {
+    std::uint32_t wide = 0, high = 0;
+    int bits = 8;
+    int samples = 1;     // samples per pixel in the file
+    int colours = 1;     // colour samples among them
+    bool alpha = false;  // the first extra sample is kept as alpha
+    bool planar = false;
+    bool minIsWhite = false;
+    Colour colour = Colour::Grey;
+    std::array<std::array<std::uint8_t, 256>, 3> lut{};  // grey/palette levels of <= 8 bits
+    Scale16 scale;
+};
+
+std::uint32_t sampleAt(const std::uint8_t* row, std::size_t index, int bits) {
+    switch (bits) {
+        case 8:
+            return row[index];
+        case 16: {
+            std::uint16_t v;  // libtiff has already put it in host byte order
+            std::memcpy(&v, row + 2 * index, 2);
+            return v;
+        }
+        default: {
+            const std::size_t bit = index * std::size_t(bits);
+            const int shift = 8 - bits - int(bit & 7);
+            return (std::uint32_t(row[bit >> 3]) >> shift) & ((1u << bits) - 1);
+        }
+    }
+}
+
+std::uint32_t colourSampleAt(const TiffLayout& t, const std::uint8_t* row, std::size_t index) {
+    const std::uint32_t v = sampleAt(row, index, t.bits);
+    return t.bits == 16 && t.minIsWhite ? 65535 - v : v;
+}
+
+std::uint8_t alphaTo8(const TiffLayout& t, std::uint32_t v) {
+    return t.bits == 16 ? alpha16to8(v) : stretchTo8(v, t.bits);
+}
+
+// Grey and palette levels through the tables, 16-bit colours through the common factor.
+std::uint8_t levelTo8(const TiffLayout& t, std::uint32_t v, int channel) {
+    if (t.bits == 16) {
+        return t.scale(v);
+    }
+    return t.colour == Colour::RGB ? std::uint8_t(v) : t.lut[std::size_t(channel)][v];
+}
+
+// A run of n pixels of one file row, starting at column x0. plane is the file's sample plane
+// for planar data, 0 otherwise.
+struct RowRun {
+    const std::uint8_t* data;
+    int plane;
+    std::uint32_t y, x0, n;
+};
+
+void findMaximum(const TiffLayout& t, const RowRun& run, std::uint32_t& max) {
+    if (t.planar) {
+        if (run.plane < t.colours) {
+            for (std::uint32_t i = 0; i < run.n; ++i) {
+                max = std::max(max, colourSampleAt(t, run.data, i));
+            }
+        }
+        return;
+    }
+    for (std::uint32_t i = 0; i < run.n; ++i) {
+        for (int c = 0; c < t.colours; ++c) {
+            max = std::max(max, colourSampleAt(t, run.data, std::size_t(i) * t.samples + c));
+        }
+    }
+}
+
+void writeRun(const TiffLayout& t, const RowRun& run, Bitmap& out) {
+    if (t.planar) {
+        const std::size_t x0 = run.x0;
+        if (run.plane < t.colours) {
+            for (int k = 0; k < 3; ++k) {
+                if (t.colour == Colour::RGB && k != run.plane) {
+                    continue;
+                }
+                std::uint8_t* dst = out.row(k, int(run.y)) + x0;
+                for (std::uint32_t i = 0; i < run.n; ++i) {
+                    dst[i] = levelTo8(t, colourSampleAt(t, run.data, i), k);
+                }
+            }
+        } else if (t.alpha && run.plane == t.colours) {
+            std::uint8_t* dst = out.row(3, int(run.y)) + x0;
+            for (std::uint32_t i = 0; i < run.n; ++i) {
+                dst[i] = alphaTo8(t, sampleAt(run.data, i, t.bits));
+            }
+        }
+        return;
+    }
+    const int outSamples = out.samplesPerPixel();
+    std::uint8_t* dst = out.row(0, int(run.y)) + std::size_t(run.x0) * std::size_t(outSamples);
+    if (t.bits == 8 && t.colour == Colour::RGB && t.samples == outSamples) {
+        std::memcpy(dst, run.data, std::size_t(run.n) * std::size_t(outSamples));
+        return;
+    }
+    for (std::uint32_t i = 0; i < run.n; ++i, dst += outSamples) {
+        const std::size_t first = std::size_t(i) * std::size_t(t.samples);
+        for (int k = 0; k < 3; ++k) {
+            const int from = t.colour == Colour::RGB ? k : 0;
+            dst[k] = levelTo8(t, colourSampleAt(t, run.data, first + std::size_t(from)), k);
+        }
+        if (t.alpha) {
+            dst[3] = alphaTo8(t, sampleAt(run.data, first + std::size_t(t.colours), t.bits));
+        }
+    }
+}
+
+// Feeds every row of the first picture to visit, strip by strip or tile by tile, so that no
+// more than one strip or tile is held besides the bitmap.
+template <class Visit>
+const char* forEachRun(TIFF* tif, const TiffLayout& t, Visit&& visit) {
+    const int planes = t.planar ? t.samples : 1;
+    const std::uint64_t samplesPerRun = t.planar ? 1 : std::uint64_t(t.samples);
+    if (TIFFIsTiled(tif)) {
+        std::uint32_t tw = 0, th = 0;
+        TIFFGetField(tif, TIFFTAG_TILEWIDTH, &tw);
+        TIFFGetField(tif, TIFFTAG_TILELENGTH, &th);
+        const tmsize_t tileSize = TIFFTileSize(tif);
+        const std::uint64_t rowSize = TIFFTileRowSize64(tif);
+        if (tw == 0 || th == 0 || tileSize <= 0 || rowSize * th > std::uint64_t(tileSize) ||
+            rowSize < (std::uint64_t(tw) * samplesPerRun * std::uint64_t(t.bits) + 7) / 8) {
+            return kDamaged;
+        }
+        std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow)
+                                                   std::uint8_t[std::size_t(tileSize)]);
+        if (!buffer) {
+            return kDamaged;
+        }
+        for (int p = 0; p < planes; ++p) {
+            for (std::uint32_t ty = 0; ty < t.high; ty += th) {
+                for (std::uint32_t tx = 0; tx < t.wide; tx += tw) {
+                    const std::uint32_t tile = TIFFComputeTile(tif, tx, ty, 0, std::uint16_t(p));
+                    if (TIFFReadEncodedTile(tif, tile, buffer.get(), tileSize) < 0) {
+                        return kDamaged;
+                    }
+                    const std::uint32_t rows = std::min(th, t.high - ty);
+                    const std::uint32_t cols = std::min(tw, t.wide - tx);
+                    for (std::uint32_t r = 0; r < rows; ++r) {
+                        visit(RowRun{buffer.get() + r * rowSize, p, ty + r, tx, cols});
+                    }
+                }
+            }
+        }
+        return nullptr;
+    }
+    const std::uint64_t lineSize = TIFFScanlineSize64(tif);
+    if (lineSize == 0 ||
+        lineSize < (std::uint64_t(t.wide) * samplesPerRun * std::uint64_t(t.bits) + 7) / 8) {
+        return kDamaged;
+    }
+    std::unique_ptr<std::uint8_t[]> line(new (std::nothrow) std::uint8_t[std::size_t(lineSize)]);
+    if (!line) {
+        return kDamaged;
+    }
+    for (int p = 0; p < planes; ++p) {
+        for (std::uint32_t y = 0; y < t.high; ++y) {
+            if (TIFFReadScanline(tif, line.get(), y, std::uint16_t(p)) < 0) {
+                return kDamaged;
+            }
+            visit(RowRun{line.get(), p, y, 0, t.wide});
+        }
+    }
+    return nullptr;
+}
+
+// True when a strip or tile reaches past the end of the file: it was cut short.
+bool dataPastEnd(TIFF* tif, std::uint64_t fileSize) {
+    const std::uint32_t count = TIFFIsTiled(tif) ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::uint64_t offset = TIFFGetStrileOffset(tif, i);
+        const std::uint64_t bytes = TIFFGetStrileByteCount(tif, i);
+        if (bytes > 0 && (offset > fileSize || bytes > fileSize - offset)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+double tiffDPI(TIFF* tif, ttag_t tag, std::uint16_t unit) {
+    float value = 0.0f;
+    if (unit == RESUNIT_NONE || !TIFFGetField(tif, tag, &value)) {
+        return 72.0;
+    }
+    return usableDPI(unit == RESUNIT_CENTIMETER ? double(value) * 2.54 : double(value));
+}
+
+Result<TiffLayout> describe(TIFF* tif) {
+    TiffLayout t;
+    std::uint16_t spp = 1, bps = 1, planar = PLANARCONFIG_CONTIG, format = SAMPLEFORMAT_UINT;
+    std::uint16_t photometric = 0, compression = COMPRESSION_NONE;
+    if (!TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &t.wide) ||
+        !TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &t.high)) {
+        return failure(kDamaged);
+    }
+    TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLESPERPIXEL, &spp);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_BITSPERSAMPLE, &bps);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &planar);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_SAMPLEFORMAT, &format);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
+    if (!TIFFGetField(tif, TIFFTAG_PHOTOMETRIC, &photometric)) {
+        photometric = spp >= 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK;
+    }
+    if (format != SAMPLEFORMAT_UINT && format != SAMPLEFORMAT_VOID) {
+        return failure("pictures with signed or floating-point samples are not supported");
+    }
+    t.bits = bps;
+    t.samples = spp;
+    t.planar = planar == PLANARCONFIG_SEPARATE;
+    switch (photometric) {
+        case PHOTOMETRIC_MINISWHITE:
+        case PHOTOMETRIC_MINISBLACK:
+            t.colour = Colour::Grey;
+            t.minIsWhite = photometric == PHOTOMETRIC_MINISWHITE;
+            break;
+        case PHOTOMETRIC_PALETTE:
+            t.colour = Colour::Palette;
+            break;
+        case PHOTOMETRIC_RGB:
+            t.colour = Colour::RGB;
+            break;
+        case PHOTOMETRIC_YCBCR:
+            if (compression != COMPRESSION_JPEG) {
+                return failure(
+                    "TIFF pictures in YCbCr colour are only supported with JPEG "
+                    "compression");
+            }
+            // The JPEG codec then hands out RGB directly.
+            TIFFSetField(tif, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
+            t.colour = Colour::RGB;
+            break;
+        case PHOTOMETRIC_SEPARATED:
+            return failure("CMYK pictures are not supported; save the picture as RGB");
+        default:
+            return failure(
+                "the colour encoding of this TIFF picture is not supported (only "
+                "grey, palette and RGB)");
+    }
+    t.colours = t.colour == Colour::RGB ? 3 : 1;
+    const bool bitsOk = t.colour == Colour::RGB ? (bps == 8 || bps == 16)
+                        : t.colour == Colour::Grey
+                            ? (bps == 1 || bps == 2 || bps == 4 || bps == 8 || bps == 16)
+                            : (bps == 1 || bps == 2 || bps == 4 || bps == 8);
+    if (!bitsOk) {
+        return failure("pictures with %1 bits per sample are not supported", {std::to_string(bps)});
+    }
+    if (spp < t.colours || spp > 16) {
+        return failure(kDamaged);
+    }
+    // Data of more than 8 bits per sample only comes with 8 or 16 bits, so only the packed
+    // small levels need tables.
+    t.alpha = spp > t.colours;
+    if (bps <= 8) {
+        const std::uint32_t levels = 1u << bps;
+        if (t.colour == Colour::Palette) {
+            std::uint16_t *r = nullptr, *g = nullptr, *b = nullptr;
+            if (!TIFFGetField(tif, TIFFTAG_COLORMAP, &r, &g, &b) || !r || !g || !b) {
+                return failure(kDamaged);
+            }
+            // Some writers store 8-bit entries although the format asks for 16 bits.
+            bool eightBit = true;
+            for (std::uint32_t i = 0; i < levels; ++i) {
+                eightBit = eightBit && r[i] < 256 && g[i] < 256 && b[i] < 256;
+            }
+            const std::uint16_t* maps[3] = {r, g, b};
+            for (std::size_t k = 0; k < 3; ++k) {
+                for (std::uint32_t i = 0; i < levels; ++i) {
+                    t.lut[k][i] = eightBit ? std::uint8_t(maps[k][i]) : alpha16to8(maps[k][i]);
+                }
+            }
+        } else if (t.colour == Colour::Grey) {
+            for (std::uint32_t i = 0; i < levels; ++i) {
+                const std::uint8_t v = stretchTo8(i, bps);
+                t.lut[0][i] = t.lut[1][i] = t.lut[2][i] = t.minIsWhite ? 255 - v : v;
+            }
+        }
+    }
+    return t;
+}
+
+}  // namespace
+
+Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize) {
+    TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+    if (!options) {
+        return failure("there is not enough memory to open the picture");
+    }
+    TIFFOpenOptionsSetErrorHandlerExtR(options, silentTiffMessage, nullptr);
+    TIFFOpenOptionsSetWarningHandlerExtR(options, silentTiffMessage, nullptr);
+    TiffHandle tif(TIFFOpenExt(path.c_str(), "r", options));
+    TIFFOpenOptionsFree(options);
+    if (!tif) {
+        return failure(whyTiffDoesNotOpen(path, fileSize));
+    }
+    auto layout = describe(tif.get());
+    if (!layout) {
+        return layout.error();
+    }
+    TiffLayout& t = layout.value();
+    const bool planar = t.planar && t.samples > 1;
+    t.planar = planar;
+    if (dataPastEnd(tif.get(), fileSize)) {
+        return failure(kTruncated);
+    }
+    auto bitmap = allocatePicture(t.wide, t.high, t.alpha ? 4 : 3, t.alpha, planar);
+    if (!bitmap) {
+        return bitmap.error();
+    }
+    if (t.bits == 16) {
+        std::uint32_t max = 0;
+        if (const char* why =
+                forEachRun(tif.get(), t, [&](const RowRun& run) { findMaximum(t, run, max); })) {
+            return failure(why);
+        }
+        t.scale.max = max;
+    }
+    Bitmap& out = bitmap.value();
+    if (const char* why =
+            forEachRun(tif.get(), t, [&](const RowRun& run) { writeRun(t, run, out); })) {
+        return failure(why);
+    }
+    std::uint16_t unit = RESUNIT_INCH;
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_RESOLUTIONUNIT, &unit);
+    const double dpiX = tiffDPI(tif.get(), TIFFTAG_XRESOLUTION, unit);
+    const double dpiY = tiffDPI(tif.get(), TIFFTAG_YRESOLUTION, unit);
+    return pictureAtResolution(std::move(out), dpiX, dpiY);
+}
+
+}  // namespace pv::decode
