@@ -58,9 +58,7 @@ struct FreeDeleter {
 };
 using Counts32 = std::unique_ptr<std::uint32_t[], FreeDeleter>;
 
-// One worker's share: the rows it reads and the two sub-histograms it fills. Even and odd pixel
-// groups go to different sub-histograms so that neighbouring equal values do not wait on each
-// other's increments; a group of four equal values is one addition.
+// One worker's share: the rows it reads and the two sub-histograms it fills.
 struct Job {
     const SampleLayout* layout = nullptr;
     const std::uint32_t* thirdLut = nullptr;
@@ -84,22 +82,15 @@ void countRow(const Job& job, const std::uint8_t* y, const std::uint8_t* x, cons
         const long o = offset(k, kStep > 0 ? kStep : step);
         return lut[t[o]] | std::uint32_t(y[o]) << 8 | std::uint32_t(x[o]);
     };
+    // Alternate pixels go to alternate sub-histograms, so that a run of equal values (a black
+    // background) does not make each increment wait for the one before. Measured on black and
+    // on noisy pictures, this beat a single histogram and a test for runs of four equal pixels.
     long k = 0;
-    for (; k + 4 <= n; k += 4) {
-        const std::uint32_t a = index(k);
-        const std::uint32_t b = index(k + 1);
-        const std::uint32_t c = index(k + 2);
-        const std::uint32_t d = index(k + 3);
-        if (a == b && b == c && c == d) {
-            h0[a] += 4;
-        } else {
-            h0[a] += 1;
-            h1[b] += 1;
-            h0[c] += 1;
-            h1[d] += 1;
-        }
+    for (; k + 2 <= n; k += 2) {
+        h0[index(k)] += 1;
+        h1[index(k + 1)] += 1;
     }
-    for (; k < n; ++k) {
+    if (k < n) {
         h0[index(k)] += 1;
     }
 }

@@ -1,0 +1,82 @@
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "BenchImages.h"
+#include "analysis/AnalysisPass.h"
+#include "scattergram/ScatterGram.h"
+
+namespace {
+
+using pv::bench::fluorescenceImage;
+
+// The floor: one plain pass over every byte of the same working bitmap.
+void BM_Floor(benchmark::State& state) {
+    const auto& img = fluorescenceImage(int(state.range(0)));
+    const std::uint8_t* data = img.bitmap.bitmapData();
+    const std::size_t n = img.bitmap.totalBytes();
+    for (auto _ : state) {
+        std::uint64_t sum = 0;
+        for (std::size_t i = 0; i < n; ++i) {
+            sum += data[i];
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(n));
+}
+
+void runPass(benchmark::State& state, const pv::bench::BenchImage& img, unsigned threads) {
+    pv::AnalysisState analysis;
+    std::vector<std::uint8_t> scatter(pv::kScatterGramBytes);
+    pv::PairHistogram histogram;
+    const pv::Rect rect = pv::makeRect(0, 0, img.info.width, img.info.height);
+    for (auto _ : state) {
+        pv::runAnalysisPass(img.info, img.planes, rect, analysis, scatter.data(), histogram,
+                            threads);
+        benchmark::DoNotOptimize(analysis.sumPixelsXYAxis);
+    }
+    state.SetBytesProcessed(std::int64_t(state.iterations()) *
+                            std::int64_t(img.bitmap.totalBytes()));
+}
+
+// The automatic pass as the program runs it (one worker per core).
+void BM_AnalysisPass(benchmark::State& state) {
+    runPass(state, fluorescenceImage(int(state.range(0))), 0);
+}
+
+void BM_AnalysisPassOneThread(benchmark::State& state) {
+    runPass(state, fluorescenceImage(int(state.range(0))), 1);
+}
+
+// After background correction most of a picture is one value: runs of a single bin.
+void BM_AnalysisPassBlack(benchmark::State& state) {
+    static std::map<int, std::unique_ptr<pv::bench::BenchImage>> black;
+    auto& img = black[int(state.range(0))];
+    if (!img) {
+        img = std::make_unique<pv::bench::BenchImage>(
+            pv::bench::makeFluorescenceImage(int(state.range(0))));
+        std::uint8_t* data = img->bitmap.bitmapData();
+        std::replace_if(
+            data, data + img->bitmap.totalBytes(), [](auto v) { return v < 40; }, 0);
+    }
+    runPass(state, *img, unsigned(state.range(1)));
+}
+
+}  // namespace
+
+BENCHMARK(BM_Floor)->Arg(1)->Arg(16)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_AnalysisPass)->Arg(1)->Arg(16)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_AnalysisPassOneThread)
+    ->Arg(1)
+    ->Arg(16)
+    ->Arg(64)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(BM_AnalysisPassBlack)
+    ->Args({16, 0})
+    ->Args({16, 1})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
