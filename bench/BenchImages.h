@@ -87,6 +87,10 @@ inline BenchImage makeFluorescenceImage(int megapixels) {
     return img;
 }
 
+// The decode-and-normalise benchmark belongs beside this one (its own file in bench/): it can
+// write fluorescenceImage(mp) as a TIFF once, time reading it back, and register with the
+// megapixels as its first argument so that the run prints its ratio to BM_Floor as well.
+
 // One image per size for the whole run, so that every benchmark of a size reads the same bytes.
 inline const BenchImage& fluorescenceImage(int megapixels) {
     static std::map<int, std::unique_ptr<BenchImage>> cache;
