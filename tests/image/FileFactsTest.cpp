@@ -1,0 +1,110 @@
+#include <gtest/gtest.h>
+
+#include "image/FileFacts.h"
+#include "image/ImageTestFiles.h"
+#include "image/Localization.h"
+
+namespace pv {
+namespace {
+
+std::vector<std::string> supported() {
+    return loadSupportedFileTypes(declaredDocumentTypes(), {});
+}
+
+TEST(FileFacts, SupportedTypesAreExtensionsThenQuotedCodes) {
+    const std::vector<std::string> expected = {
+        "jpg",  "jpeg", "JPG",    "JPEG",   "tif",    "tiff",   "TIF",
+        "TIFF", "pct",  "pict",   "PCT",    "PICT",   "bmp",    "BMP",
+        "png",  "PNG",  "'JPEG'", "'TIFF'", "'PICT'", "'BMPf'", "'PNGf'"};
+    EXPECT_EQ(supported(), expected);
+    const std::vector<std::string> previous = {"x"};
+    EXPECT_EQ(loadSupportedFileTypes({}, previous), previous);
+    const std::vector<DocumentType> notImages = {{{"txt"}, {"TEXT"}, false}};
+    EXPECT_EQ(loadSupportedFileTypes(notImages, previous), previous);
+}
+
+TEST(FileFacts, NamePathAndSize) {
+    testing::TempDir dir;
+    struct Case {
+        std::size_t bytes;
+        std::int32_t kb;
+    } table[] = {{0, 0}, {1023, 0}, {1024, 1}, {204800, 200}, {204799, 199}};
+    for (const Case& c : table) {
+        const std::string path = dir.file("cells.tif");
+        testing::writeBytes(path, std::vector<std::uint8_t>(c.bytes, 1));
+        ImageFileInfo info;
+        setImageInfoNamePath(info, path);
+        EXPECT_EQ(info.fileName, "cells.tif");
+        EXPECT_EQ(info.filePath, std::filesystem::path(path).parent_path().string());
+        EXPECT_EQ(info.fileSizeKB, c.kb) << c.bytes;
+    }
+    ImageFileInfo info;
+    info.fileName = "old";
+    info.fileSizeKB = 9;
+    setImageInfoNamePath(info, std::nullopt);
+    EXPECT_FALSE(info.fileName.has_value());
+    EXPECT_FALSE(info.filePath.has_value());
+    EXPECT_EQ(info.fileSizeKB, 0);
+    setImageFileSizeInKB(info, dir.file("gone.tif"));
+    EXPECT_EQ(info.fileSizeKB, 0);
+
+    setImageInfoNamePath(info, std::string("/Users/a/b/cells.tif"));
+    EXPECT_EQ(info.filePath, "/Users/a/b");
+    EXPECT_EQ(info.fileName, "cells.tif");
+}
+
+TEST(FileFacts, TypeNamesFromExtensionOrContent) {
+    testing::TempDir dir;
+    testing::TiffSpec t;
+    testing::writeTiff(dir.file("tiffdata"), t, testing::pattern(4 * 3 * 3, 256));
+    testing::writeBytes(dir.file("bitmap"), {'B', 'M', 0, 0});
+    testing::writeBytes(dir.file("pngdata"), {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'});
+    testing::writeBytes(dir.file("notes"), {'h', 'i'});
+    struct Case {
+        std::string path;
+        const char* type;
+    } table[] = {
+        {"/x/x.JPG", "JPEG Image"},
+        {"/x/x.Jpg", "Unknown"},
+        {"/x/x.tiff", "TIFF Image"},
+        {"/x/x.PICT", "PICT Image"},
+        {"/x/x.bmp", "BMP Image"},
+        {"/x/x.Bmp", "Unknown"},
+        {"/x/x.png", "Unknown"},
+        {"/x/x.doc", "Unknown"},
+        {dir.file("tiffdata"), "TIFF Image"},
+        {dir.file("bitmap"), "BMPf Image"},
+        {dir.file("pngdata"), "PNGf Image"},
+        {dir.file("notes"), "Unknown"},
+        {dir.file("missing"), "Unknown"},
+    };
+    const auto types = supported();
+    for (const Case& c : table) {
+        ImageFileInfo info;
+        setImageFileType(info, types, c.path);
+        EXPECT_EQ(info.fileType, c.type) << c.path;
+    }
+    ImageFileInfo info;
+    info.fileType = "old";
+    setImageFileType(info, types, std::nullopt);
+    EXPECT_FALSE(info.fileType.has_value());
+    // Without the codes in the list, content alone names nothing.
+    setImageFileType(info, {"tif"}, dir.file("tiffdata"));
+    EXPECT_EQ(info.fileType, "Unknown");
+}
+
+TEST(FileFacts, TypeCodesAndNamesPassThroughTheTranslator) {
+    const auto types = supported();
+    EXPECT_EQ(getHFSFileType(types, "'TIFF'"), "TIFF Image");
+    EXPECT_EQ(getHFSFileType(types, "'tiff'"), "Unknown");
+    EXPECT_EQ(getHFSFileType(types, ""), "Unknown");
+    EXPECT_EQ(getHFSFileType({""}, ""), "Unknown");
+    installTranslator([](std::string_view s) { return "<" + std::string(s) + ">"; });
+    EXPECT_EQ(getImageType("tif"), "<TIFF Image>");
+    EXPECT_EQ(getImageType("gif"), "<Unknown>");
+    EXPECT_EQ(getHFSFileType(types, "'JPEG'"), "<JPEG Image>");
+    installTranslator(nullptr);
+}
+
+}  // namespace
+}  // namespace pv
