@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -147,10 +146,6 @@ std::vector<long> visitedIndices(float origin, float length, long limit, ToIndex
         indices.push_back(toIndex(long(p)));
     }
     return indices;
-}
-
-void logInitializationError() {
-    std::fputs("Error initializing Colocalization\n", stderr);
 }
 
 void resetPassResults(AnalysisState& state) {
@@ -350,7 +345,7 @@ CensusClass censusClassOfBin(const AnalysisState& state, int rgbCombo, int third
     return censusClassOf(state, rgb[0], rgb[1], rgb[2]);
 }
 
-void runAnalysisPass(const BitmapInfo& info, const PlaneArray& planes, const Rect& rect,
+bool runAnalysisPass(const BitmapInfo& info, const PlaneArray& planes, const Rect& rect,
                      AnalysisState& state, std::uint8_t* scatterGramData, PairHistogram& histogram,
                      unsigned threads) {
     resetPassResults(state);
@@ -393,15 +388,17 @@ void runAnalysisPass(const BitmapInfo& info, const PlaneArray& planes, const Rec
         const std::size_t thirdStates = thirdLevel > 0 ? 3 : 2;
 
         if (!countPixels(layout, thirdLut.data(), thirdStates, rows, columns, threads, histogram)) {
-            logInitializationError();
-            return;
+            histogram.counts.clear();
+            return false;
         }
         deriveCensus(histogram, combo, levels, state);
         deriveSumsAndPlot(histogram, pair, state, scatterGramData);
+        return true;
     } catch (const std::bad_alloc&) {
-        logInitializationError();
         resetPassResults(state);
+        histogram.counts.clear();
         std::memset(scatterGramData, 0, kScatterGramBytes);
+        return false;
     }
 }
 

@@ -47,8 +47,9 @@ void accumulatePixelSums(AnalysisState& state, PackedRGB value);
 // The automatic pass over every pixel of rect: resets the seven census counts and the eight
 // sums, clears scatterGramData (256 x 256 x 3 bytes, top row first) to black, plots every
 // pixel into it, and fills the histogram. Rows are split among `threads` workers (0: one per
-// core); the results do not depend on the split.
-void runAnalysisPass(const BitmapInfo& info, const PlaneArray& planes, const Rect& rect,
+// core); the results do not depend on the split. False when memory is short: the counts,
+// sums and scatter gram are then left at zero.
+bool runAnalysisPass(const BitmapInfo& info, const PlaneArray& planes, const Rect& rect,
                      AnalysisState& state, std::uint8_t* scatterGramData, PairHistogram& histogram,
                      unsigned threads = 0);
 

@@ -287,8 +287,11 @@ void PixmeraVeltroController::calculateScatterGram() {
         return;
     }
     scatterGramData_ = scatterGramBitmap_->bitmapData();
-    runAnalysisPass(image_.bitmapInfo, image_.currentDisplayedBitmapArray, image_.currentImageRect,
-                    analysis_, scatterGramData_, histogram_, analysisThreads_);
+    if (!runAnalysisPass(image_.bitmapInfo, image_.currentDisplayedBitmapArray,
+                         image_.currentImageRect, analysis_, scatterGramData_, histogram_,
+                         analysisThreads_)) {
+        port_.logMessage(kInitializationError);
+    }
 }
 
 std::string PixmeraVeltroController::percentText(std::int32_t count, std::int32_t total) const {
