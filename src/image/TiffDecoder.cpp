@@ -357,7 +357,8 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize) {
     }
     TIFFOpenOptionsSetErrorHandlerExtR(options, silentTiffMessage, nullptr);
     TIFFOpenOptionsSetWarningHandlerExtR(options, silentTiffMessage, nullptr);
-    TiffHandle tif(TIFFOpenExt(path.c_str(), "r", options));
+    // "m": no memory mapping, which would count the whole file against memory while reading.
+    TiffHandle tif(TIFFOpenExt(path.c_str(), "rm", options));
     TIFFOpenOptionsFree(options);
     if (!tif) {
         return failure(whyTiffDoesNotOpen(path, fileSize));
