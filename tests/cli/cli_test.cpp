@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <filesystem>
@@ -16,7 +17,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Run {
+struct CliRun {
     int status = -1;
     std::string out;
     std::string err;
@@ -48,14 +49,14 @@ class CliTest : public ::testing::Test {
     }
     void TearDown() override { fs::remove_all(dir); }
 
-    Run run(const std::vector<std::string>& args) {
+    CliRun run(const std::vector<std::string>& args) {
         std::string cmd = quote(PV_CLI_PATH);
         for (const std::string& a : args) {
             cmd += " " + quote(a);
         }
         const fs::path out = dir / "stdout", err = dir / "stderr";
         cmd += " >" + quote(out.string()) + " 2>" + quote(err.string());
-        Run r;
+        CliRun r;
         const int raw = std::system(cmd.c_str());
         r.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
         r.out = slurp(out);
@@ -95,7 +96,7 @@ const std::string kExampleReport =
     "Coefficients Calculations - Scatter Gram ROI\nM1\t\nM2\t\n\n";
 
 TEST_F(CliTest, OneImagePrintsItsReport) {
-    const Run r = run({example()});
+    const CliRun r = run({example()});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, kExampleReport);
     EXPECT_EQ(r.err, "");
@@ -114,7 +115,7 @@ TEST_F(CliTest, ReportFilesAndPictures) {
         std::vector<std::string> args = {"--report", stem};
         args.insert(args.end(), c.extra.begin(), c.extra.end());
         args.push_back(image);
-        const Run r = run(args);
+        const CliRun r = run(args);
         EXPECT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(r.out, "");
         std::vector<std::string> written;
@@ -134,7 +135,7 @@ TEST_F(CliTest, ReportFilesAndPictures) {
 
 TEST_F(CliTest, CoefficientsAndPairOptions) {
     const std::string image = example();
-    Run r = run({"--coefficients", "Rr,m", image});
+    CliRun r = run({"--coefficients", "Rr,m", image});
     EXPECT_EQ(r.status, 0);
     EXPECT_NE(r.out.find("Rr\t-0.5000\nR\tND\nk1\tND\nk2\tND\nm1\t0.5000\nm2\t0.5000\n"),
               std::string::npos)
@@ -158,13 +159,13 @@ TEST_F(CliTest, UsageErrorsExitWithTwoAndAHint) {
                                                {"--jobs", "many", image},
                                                {"--images", image},
                                                {"--report"}}) {
-        const Run r = run(args);
+        const CliRun r = run(args);
         EXPECT_EQ(r.status, 2) << ::testing::PrintToString(args);
         EXPECT_NE(r.err.find("Try 'pixmera-veltro-cli --help'"), std::string::npos) << r.err;
         EXPECT_EQ(r.out, "");
     }
     EXPECT_EQ(run({"--help"}).status, 0);
-    const Run v = run({"--version"});
+    const CliRun v = run({"--version"});
     EXPECT_EQ(v.status, 0);
     EXPECT_EQ(v.out.rfind("pixmera-veltro-cli ", 0), 0u);
 }
@@ -177,7 +178,7 @@ TEST_F(CliTest, BatchGoesOnPastABadFileAndKeepsInputOrder) {
     const std::string missing = (dir / "missing.png").string();
 
     for (const char* jobs : {"1", "3"}) {
-        const Run r = run({"--jobs", jobs, good1, corrupt, missing, good2});
+        const CliRun r = run({"--jobs", jobs, good1, corrupt, missing, good2});
         EXPECT_EQ(r.status, 1);
         std::istringstream lines(r.out);
         std::string header, row1, row2, extra;
@@ -199,7 +200,7 @@ TEST_F(CliTest, BatchGoesOnPastABadFileAndKeepsInputOrder) {
 }
 
 TEST_F(CliTest, FailedWriteIsReportedAndLeavesNothing) {
-    const Run r = run({"--report", (dir / "no-such-folder" / "out").string(), example()});
+    const CliRun r = run({"--report", (dir / "no-such-folder" / "out").string(), example()});
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("out.xls"), std::string::npos) << r.err;
     EXPECT_FALSE(fs::exists(dir / "no-such-folder"));
