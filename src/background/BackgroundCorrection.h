@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+
+#include "image/Bitmap.h"
+#include "image/ImageRecords.h"
+
+namespace pv {
+
+// Channel choice and thresholds of the correction; one record for the whole program, kept while
+// the window is closed.
+struct BackgroundSettings {
+    std::int32_t channel = 3;  // 0 red, 1 green, 2 blue, anything else all three
+    std::int32_t enteredThreshold = 0;
+    std::int32_t redThreshold = 0;
+    std::int32_t greenThreshold = 0;
+    std::int32_t blueThreshold = 0;
+};
+
+// The correction window's controls as plain values, and the method field of its controller.
+struct BackgroundControls {
+    int selectedTab = 0;        // 0 automatic (preset rows), otherwise manual (slider)
+    int selectedPresetRow = 0;  // -1: none selected
+    int sliderValue = 0;
+    int typedValue = 0;
+    int channelItem = 3;  // popup: red, green, blue, all; -1: none selected
+    std::int32_t currentBackgroundMethod = 1;
+};
+
+// The window's actions. The slider and the typed field are kept equal; each sets all three
+// thresholds to its value, as typed even where a slider could not show it.
+void getThresholdSlider(BackgroundControls& controls, BackgroundSettings& settings);
+void getThresholdEntryValue(BackgroundControls& controls, BackgroundSettings& settings);
+void getRGBChannel(const BackgroundControls& controls, BackgroundSettings& settings);
+// Thresholds afresh from the controls: preset rows 0, 1, 2 give 25, 50, 75 (no row: 25); the
+// manual tab takes the slider.
+void getBackgroundMethod(BackgroundControls& controls, BackgroundSettings& settings);
+
+// Sets to 0, in place, every sample of the chosen channel (or of all three) at or below its
+// threshold, over width x height pixels from the top row, clipped to the bitmap that info
+// describes. A negative threshold leaves its channel alone.
+void removeBackground(const BitmapInfo& info, const PlaneArray& planes, int width, int height,
+                      const BackgroundSettings& settings);
+
+}  // namespace pv
