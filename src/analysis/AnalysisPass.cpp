@@ -17,15 +17,6 @@ namespace {
 
 constexpr std::size_t kPairBins = 256 * 256;
 
-// Third-channel state of a sample: 0 it is 0, 1 above its level, 2 neither. The census rule
-// treats all samples of one state alike, for any channel.
-int stateOf(int sample, int level) {
-    if (sample == 0) {
-        return 0;
-    }
-    return sample > level ? 1 : 2;
-}
-
 // A sample in each state, for deriving the census of a state (only used when the state occurs).
 int sampleOfState(int state, int level) {
     if (state == 0) {
@@ -35,11 +26,6 @@ int sampleOfState(int state, int level) {
         return level < 0 ? 1 : level + 1;
     }
     return 1;
-}
-
-int minimumLevelOf(const AnalysisState& state, int channel) {
-    return channel == 0 ? state.redMinimumLevel
-                        : (channel == 1 ? state.greenMinimumLevel : state.blueMinimumLevel);
 }
 
 // Where the pair's three samples of a pixel are: base pointers and the distance between
@@ -128,9 +114,8 @@ void runJob(const Job& job) {
     }
 }
 
-// The column or row indices the pass visits, in visiting order: position i of the rectangle's
-// side reads pixel trunc(origin + i) while float(i) < length. Positions outside the bitmap
-// cannot be read and are left out.
+// Position i of the rectangle's side reads pixel trunc(origin + i) while float(i) < length.
+// Positions outside the bitmap cannot be read and are left out.
 template <class ToIndex>
 std::vector<long> visitedIndices(float origin, float length, long limit, ToIndex toIndex) {
     std::vector<long> indices;
@@ -255,8 +240,8 @@ void deriveCensus(const PairHistogram& histogram, int combo, const std::array<in
     // The census depends only on each channel's state, so the bins reduce to 3 x 3 x 3 totals.
     std::array<std::array<int, 256>, 2> stateOfValue{};
     for (int v = 0; v < 256; ++v) {
-        stateOfValue[0][std::size_t(v)] = stateOf(v, levels[std::size_t(pair.y)]);
-        stateOfValue[1][std::size_t(v)] = stateOf(v, levels[std::size_t(pair.x)]);
+        stateOfValue[0][std::size_t(v)] = censusLevelState(v, levels[std::size_t(pair.y)]);
+        stateOfValue[1][std::size_t(v)] = censusLevelState(v, levels[std::size_t(pair.x)]);
     }
     std::uint64_t totals[3][3][3] = {};
     std::uint64_t all = 0;
@@ -336,6 +321,36 @@ void deriveSumsAndPlot(const PairHistogram& histogram, const ChannelPair& pair,
 
 }  // namespace
 
+int censusLevelState(int sample, int level) {
+    if (sample == 0) {
+        return 0;
+    }
+    return sample > level ? 1 : 2;
+}
+
+int minimumLevelOf(const AnalysisState& state, int channel) {
+    return channel == 0 ? state.redMinimumLevel
+                        : (channel == 1 ? state.greenMinimumLevel : state.blueMinimumLevel);
+}
+
+std::vector<long> visitedColumns(const Rect& rect, long width) {
+    return visitedIndices(rect.origin.x, rect.size.width, width, [](long c) { return c; });
+}
+
+std::vector<long> visitedMemoryRows(const Rect& rect, long height) {
+    return visitedIndices(rect.origin.y, rect.size.height, height,
+                          [height](long r) { return height - r - 1; });
+}
+
+std::array<std::uint32_t, 256> thirdStateBinOffsets(const AnalysisState& state, int rgbCombo) {
+    const int level = minimumLevelOf(state, channelPairFor(rgbCombo).third);
+    std::array<std::uint32_t, 256> offsets{};
+    for (int v = 0; v < 256; ++v) {
+        offsets[std::size_t(v)] = std::uint32_t(censusLevelState(v, level)) << 16;
+    }
+    return offsets;
+}
+
 CensusClass censusClassOfBin(const AnalysisState& state, int rgbCombo, int third, int y, int x) {
     const ChannelPair pair = channelPairFor(rgbCombo);
     std::array<int, 3> rgb{};
@@ -358,10 +373,8 @@ bool runAnalysisPass(const BitmapInfo& info, const PlaneArray& planes, const Rec
             planes[0] != nullptr && (info.isPlanar == 0 || (planes[1] && planes[2]));
         const long width = readable ? long(info.width) : 0;
         const long height = readable ? long(info.height) : 0;
-        const std::vector<long> columns =
-            visitedIndices(rect.origin.x, rect.size.width, width, [](long c) { return c; });
-        const std::vector<long> rows = visitedIndices(rect.origin.y, rect.size.height, height,
-                                                      [height](long r) { return height - r - 1; });
+        const std::vector<long> columns = visitedColumns(rect, width);
+        const std::vector<long> rows = visitedMemoryRows(rect, height);
 
         SampleLayout layout;
         layout.bytesPerRow = info.bytesPerRow;
@@ -380,10 +393,7 @@ bool runAnalysisPass(const BitmapInfo& info, const PlaneArray& planes, const Rec
         const std::array<int, 3> levels = {state.redMinimumLevel, state.greenMinimumLevel,
                                            state.blueMinimumLevel};
         const int thirdLevel = levels[std::size_t(pair.third)];
-        std::array<std::uint32_t, 256> thirdLut{};
-        for (int v = 0; v < 256; ++v) {
-            thirdLut[std::size_t(v)] = std::uint32_t(stateOf(v, thirdLevel)) << 16;
-        }
+        const std::array<std::uint32_t, 256> thirdLut = thirdStateBinOffsets(state, combo);
         // State 2 needs a level above 0; without it the workers' histograms are a third smaller.
         const std::size_t thirdStates = thirdLevel > 0 ? 3 : 2;
 

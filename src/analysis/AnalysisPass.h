@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -28,6 +29,16 @@ struct PairHistogram {
     }
 };
 
+// Census state of a sample against its minimum level: 0 it is 0, 1 above the level, 2 neither.
+// The census treats all samples of one state alike, so a bin's third state is this.
+int censusLevelState(int sample, int level);
+// Minimum level of channel 0 red, 1 green, 2 blue.
+int minimumLevelOf(const AnalysisState& state, int channel);
+
+// Part of a pixel's bin index that its third sample decides: the bin of a pixel is
+// offsets[third sample] | Y << 8 | X, under the pair's third channel's minimum level.
+std::array<std::uint32_t, 256> thirdStateBinOffsets(const AnalysisState& state, int rgbCombo);
+
 // Colour classes of the census; at most one holds for a pixel.
 enum class CensusClass { None, Red, Green, Blue, Yellow, Magenta, Cyan };
 
@@ -43,6 +54,11 @@ std::int32_t* censusCountField(AnalysisState& state, CensusClass c);
 void countPixelInCensus(AnalysisState& state, PackedRGB value);
 // Accumulation of the image sums for the pair in state.rgbCombo.
 void accumulatePixelSums(AnalysisState& state, PackedRGB value);
+
+// The pixels a pass over rect visits, in visiting order: column indices, and memory row indices
+// (top row 0) of a bitmap `height` rows high. Every scan of the working image shares this rule.
+std::vector<long> visitedColumns(const Rect& rect, long width);
+std::vector<long> visitedMemoryRows(const Rect& rect, long height);
 
 // The automatic pass over every pixel of rect: resets the seven census counts and the eight
 // sums, clears scatterGramData (256 x 256 x 3 bytes, top row first) to black, plots every

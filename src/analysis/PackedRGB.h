@@ -14,9 +14,15 @@ using PackedRGB = std::uint32_t;
 constexpr PackedRGB packRGB(std::uint8_t red, std::uint8_t green, std::uint8_t blue) {
     return PackedRGB(red) * 65536u + PackedRGB(green) * 256u + PackedRGB(blue);
 }
-constexpr std::uint8_t redOf(PackedRGB v) { return std::uint8_t((v >> 16) & 0xff); }
-constexpr std::uint8_t greenOf(PackedRGB v) { return std::uint8_t((v >> 8) & 0xff); }
-constexpr std::uint8_t blueOf(PackedRGB v) { return std::uint8_t(v & 0xff); }
+constexpr std::uint8_t redOf(PackedRGB v) {
+    return std::uint8_t((v >> 16) & 0xff);
+}
+constexpr std::uint8_t greenOf(PackedRGB v) {
+    return std::uint8_t((v >> 8) & 0xff);
+}
+constexpr std::uint8_t blueOf(PackedRGB v) {
+    return std::uint8_t(v & 0xff);
+}
 // Sample of channel 0 red, 1 green, 2 blue.
 constexpr std::uint8_t channelOf(PackedRGB v, int channel) {
     return std::uint8_t((v >> (8 * (2 - channel))) & 0xff);
@@ -44,25 +50,35 @@ constexpr ChannelPair channelPairFor(int rgbCombo) {
 // The channel popup has separators at items 2 and 5.
 constexpr int rgbComboForPopupIndex(int index) {
     switch (index) {
-        case 1: return 1;
-        case 3: return 2;
-        case 4: return 3;
-        case 6: return 4;
-        case 7: return 5;
-        default: return 0;
+        case 1:
+            return 1;
+        case 3:
+            return 2;
+        case 4:
+            return 3;
+        case 6:
+            return 4;
+        case 7:
+            return 5;
+        default:
+            return 0;
     }
 }
 
-// The one pixel-addressing rule: column trunc(x), memory row trunc(height) - trunc(y) - 1.
-// No bounds check: callers pass points inside the picture.
-inline PackedRGB getPixelColorValues(const BitmapInfo& info, const PlaneArray& planes, Point p) {
+// The one pixel-addressing rule: column trunc(x), memory row trunc(height) - trunc(y) - 1. The
+// offset is of the pixel's first sample in plane 0 (meshed) or of its sample in each plane
+// (planar). No bounds check: callers pass points inside the picture.
+inline long pixelOffset(const BitmapInfo& info, Point p) {
     const long c = long(p.x);
     const long r = long(info.height) - long(p.y) - 1;
+    return r * info.bytesPerRow + (info.isPlanar == 0 ? c * info.samplesPerPixel : c);
+}
+
+inline PackedRGB getPixelColorValues(const BitmapInfo& info, const PlaneArray& planes, Point p) {
+    const long o = pixelOffset(info, p);
     if (info.isPlanar == 0) {
-        const std::uint8_t* s = planes[0] + r * info.bytesPerRow + c * info.samplesPerPixel;
-        return packRGB(s[0], s[1], s[2]);
+        return packRGB(planes[0][o], planes[0][o + 1], planes[0][o + 2]);
     }
-    const long o = r * info.bytesPerRow + c;
     return packRGB(planes[0][o], planes[1][o], planes[2][o]);
 }
 
