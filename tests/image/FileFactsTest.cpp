@@ -25,18 +25,16 @@ TEST(FileFacts, SupportedTypesAreExtensionsThenQuotedCodes) {
 
 TEST(FileFacts, NamePathAndSize) {
     testing::TempDir dir;
-    struct Case {
-        std::size_t bytes;
-        std::int32_t kb;
-    } table[] = {{0, 0}, {1023, 0}, {1024, 1}, {204800, 200}, {204799, 199}};
-    for (const Case& c : table) {
+    const std::pair<std::size_t, std::int32_t> table[] = {
+        {0, 0}, {1023, 0}, {1024, 1}, {204800, 200}, {204799, 199}};
+    for (const auto& [bytes, kb] : table) {
         const std::string path = dir.file("cells.tif");
-        testing::writeBytes(path, std::vector<std::uint8_t>(c.bytes, 1));
+        testing::writeBytes(path, std::vector<std::uint8_t>(bytes, 1));
         ImageFileInfo info;
         setImageInfoNamePath(info, path);
         EXPECT_EQ(info.fileName, "cells.tif");
         EXPECT_EQ(info.filePath, std::filesystem::path(path).parent_path().string());
-        EXPECT_EQ(info.fileSizeKB, c.kb) << c.bytes;
+        EXPECT_EQ(info.fileSizeKB, kb) << bytes;
     }
     ImageFileInfo info;
     info.fileName = "old";
@@ -55,34 +53,28 @@ TEST(FileFacts, NamePathAndSize) {
 
 TEST(FileFacts, TypeNamesFromExtensionOrContent) {
     testing::TempDir dir;
-    testing::TiffSpec t;
-    testing::writeTiff(dir.file("tiffdata"), t, testing::pattern(4 * 3 * 3, 256));
+    testing::writeTiff(dir.file("tiffdata"), {}, testing::pattern(4 * 3 * 3, 256));
     testing::writeBytes(dir.file("bitmap"), {'B', 'M', 0, 0});
     testing::writeBytes(dir.file("pngdata"), {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'});
     testing::writeBytes(dir.file("notes"), {'h', 'i'});
-    struct Case {
-        std::string path;
-        const char* type;
-    } table[] = {
-        {"/x/x.JPG", "JPEG Image"},
-        {"/x/x.Jpg", "Unknown"},
-        {"/x/x.tiff", "TIFF Image"},
-        {"/x/x.PICT", "PICT Image"},
-        {"/x/x.bmp", "BMP Image"},
-        {"/x/x.Bmp", "Unknown"},
-        {"/x/x.png", "Unknown"},
-        {"/x/x.doc", "Unknown"},
-        {dir.file("tiffdata"), "TIFF Image"},
-        {dir.file("bitmap"), "BMPf Image"},
-        {dir.file("pngdata"), "PNGf Image"},
-        {dir.file("notes"), "Unknown"},
-        {dir.file("missing"), "Unknown"},
-    };
+    const std::pair<std::string, const char*> table[] = {{"/x/x.JPG", "JPEG Image"},
+                                                         {"/x/x.Jpg", "Unknown"},
+                                                         {"/x/x.tiff", "TIFF Image"},
+                                                         {"/x/x.PICT", "PICT Image"},
+                                                         {"/x/x.bmp", "BMP Image"},
+                                                         {"/x/x.Bmp", "Unknown"},
+                                                         {"/x/x.png", "Unknown"},
+                                                         {"/x/x.doc", "Unknown"},
+                                                         {dir.file("tiffdata"), "TIFF Image"},
+                                                         {dir.file("bitmap"), "BMPf Image"},
+                                                         {dir.file("pngdata"), "PNGf Image"},
+                                                         {dir.file("notes"), "Unknown"},
+                                                         {dir.file("missing"), "Unknown"}};
     const auto types = supported();
-    for (const Case& c : table) {
+    for (const auto& [path, type] : table) {
         ImageFileInfo info;
-        setImageFileType(info, types, c.path);
-        EXPECT_EQ(info.fileType, c.type) << c.path;
+        setImageFileType(info, types, path);
+        EXPECT_EQ(info.fileType, type) << path;
     }
     ImageFileInfo info;
     info.fileType = "old";

@@ -7,9 +7,9 @@
 #include <tiffio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -19,15 +19,15 @@
 
 #include <gtest/gtest.h>
 
+#include "image/Bitmap.h"
+
 namespace pv::testing {
 
 class TempDir {
   public:
     TempDir() {
         std::string pattern = (std::filesystem::temp_directory_path() / "pv-image-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) {
-            ADD_FAILURE() << "cannot make a temporary folder";
-        }
+        EXPECT_NE(mkdtemp(pattern.data()), nullptr);
         path_ = pattern;
     }
     ~TempDir() {
@@ -50,128 +50,116 @@ inline void writeBytes(const std::string& path, const std::vector<std::uint8_t>&
     out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
 }
 
+// Deterministic test samples below modulo.
+inline std::vector<std::uint32_t> pattern(std::size_t count, std::uint32_t modulo,
+                                          std::uint32_t seed = 7) {
+    std::vector<std::uint32_t> v(count);
+    for (auto& s : v) {
+        seed = seed * 1103515245u + 12345u;
+        s = (seed >> 8) % modulo;
+    }
+    return v;
+}
+
+// Packs samples into bits, bytes or 16-bit words: big-endian for PNG, host order for TIFF.
+inline std::vector<std::uint8_t> packRow(const std::vector<std::uint32_t>& v, int bits,
+                                         bool bigEndian) {
+    std::vector<std::uint8_t> row((v.size() * std::size_t(bits) + 7) / 8);
+    for (std::size_t i = 0; i < v.size(); ++i) {
+        if (bits == 16 && bigEndian) {
+            row[2 * i] = std::uint8_t(v[i] >> 8);
+            row[2 * i + 1] = std::uint8_t(v[i]);
+        } else if (bits == 16) {
+            const auto w = std::uint16_t(v[i]);
+            std::memcpy(row.data() + 2 * i, &w, 2);
+        } else {
+            const std::size_t bit = i * std::size_t(bits);
+            row[bit / 8] |= std::uint8_t(v[i] << (8 - bits - int(bit % 8)));
+        }
+    }
+    return row;
+}
+
 // Samples are given meshed, pixel after pixel, whatever layout the file gets.
 struct TiffSpec {
-    int wide = 4;
-    int high = 3;
-    int samples = 3;
-    int bits = 8;
+    int wide = 4, high = 3, samples = 3, bits = 8;
     int photometric = PHOTOMETRIC_RGB;
-    bool planar = false;
-    bool tiled = false;
+    bool planar = false, tiled = false;
     int compression = COMPRESSION_NONE;
     int rowsPerStrip = 1;
-    float xres = 0.0f;  // 0: no resolution tags
-    float yres = 0.0f;
+    float xres = 0, yres = 0;  // 0: no resolution tags
     int unit = RESUNIT_INCH;
-    std::vector<std::uint16_t> colormap;  // 3 * 2^bits entries: reds, greens, blues
-    bool extraPage = false;
+    std::vector<std::uint16_t> colormap = {};  // 3 * 2^bits entries: reds, greens, blues
 };
 
 inline void writeTiff(const std::string& path, const TiffSpec& s,
                       const std::vector<std::uint32_t>& samples) {
     TIFF* t = TIFFOpen(path.c_str(), "w");
     ASSERT_NE(t, nullptr);
-    for (int page = 0; page < (s.extraPage ? 2 : 1); ++page) {
-        TIFFSetField(t, TIFFTAG_IMAGEWIDTH, std::uint32_t(s.wide));
-        TIFFSetField(t, TIFFTAG_IMAGELENGTH, std::uint32_t(s.high));
-        TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, std::uint16_t(s.samples));
-        TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, std::uint16_t(s.bits));
-        TIFFSetField(t, TIFFTAG_PHOTOMETRIC, std::uint16_t(s.photometric));
-        TIFFSetField(t, TIFFTAG_PLANARCONFIG,
-                     std::uint16_t(s.planar ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG));
-        TIFFSetField(t, TIFFTAG_COMPRESSION, std::uint16_t(s.compression));
-        const int colours = s.photometric == PHOTOMETRIC_RGB ? 3 : 1;
-        if (s.samples > colours) {
-            std::uint16_t type = EXTRASAMPLE_UNASSALPHA;
-            TIFFSetField(t, TIFFTAG_EXTRASAMPLES, std::uint16_t(1), &type);
-        }
-        if (!s.colormap.empty()) {
-            const std::size_t n = s.colormap.size() / 3;
-            TIFFSetField(t, TIFFTAG_COLORMAP, s.colormap.data(), s.colormap.data() + n,
-                         s.colormap.data() + 2 * n);
-        }
-        if (s.xres > 0) {
-            TIFFSetField(t, TIFFTAG_XRESOLUTION, s.xres);
-            TIFFSetField(t, TIFFTAG_YRESOLUTION, s.yres);
-            TIFFSetField(t, TIFFTAG_RESOLUTIONUNIT, std::uint16_t(s.unit));
-        }
-        const int tile = 16;
-        if (s.tiled) {
-            TIFFSetField(t, TIFFTAG_TILEWIDTH, std::uint32_t(tile));
-            TIFFSetField(t, TIFFTAG_TILELENGTH, std::uint32_t(tile));
-        } else {
-            TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, std::uint32_t(s.rowsPerStrip));
-        }
-        const int planes = s.planar ? s.samples : 1;
-        const int perPixel = s.planar ? 1 : s.samples;
-        // Pack one sample into a row of bits, bytes or host-order 16-bit words.
-        auto put = [&](std::vector<std::uint8_t>& row, std::size_t index, std::uint32_t v) {
-            if (s.bits == 16) {
-                const std::uint16_t w = std::uint16_t(v);
-                std::memcpy(row.data() + 2 * index, &w, 2);
-            } else if (s.bits == 8) {
-                row[index] = std::uint8_t(v);
-            } else {
-                const std::size_t bit = index * std::size_t(s.bits);
-                row[bit / 8] |= std::uint8_t(v << (8 - s.bits - int(bit % 8)));
-            }
-        };
-        auto sample = [&](int x, int y, int c) {
-            return samples[(std::size_t(y) * std::size_t(s.wide) + std::size_t(x)) *
-                               std::size_t(s.samples) +
-                           std::size_t(c)];
-        };
-        for (int p = 0; p < planes; ++p) {
-            if (s.tiled) {
-                const std::size_t tileRow = (std::size_t(tile * perPixel * s.bits) + 7) / 8;
-                for (int ty = 0; ty < s.high; ty += tile) {
-                    for (int tx = 0; tx < s.wide; tx += tile) {
-                        std::vector<std::uint8_t> buf(tileRow * tile);
-                        for (int r = 0; r < tile && ty + r < s.high; ++r) {
-                            std::vector<std::uint8_t> row(tileRow);
-                            for (int c = 0; c < tile && tx + c < s.wide; ++c) {
-                                for (int k = 0; k < perPixel; ++k) {
-                                    put(row, std::size_t(c * perPixel + k),
-                                        sample(tx + c, ty + r, s.planar ? p : k));
-                                }
-                            }
-                            std::copy(row.begin(), row.end(), buf.begin() + r * tileRow);
-                        }
-                        ASSERT_GE(TIFFWriteTile(t, buf.data(), std::uint32_t(tx), std::uint32_t(ty),
-                                                0, std::uint16_t(p)),
-                                  0);
-                    }
-                }
-            } else {
-                for (int y = 0; y < s.high; ++y) {
-                    std::vector<std::uint8_t> row((std::size_t(s.wide * perPixel * s.bits) + 7) /
-                                                  8);
-                    for (int x = 0; x < s.wide; ++x) {
-                        for (int k = 0; k < perPixel; ++k) {
-                            put(row, std::size_t(x * perPixel + k), sample(x, y, s.planar ? p : k));
+    const int blockWide = s.tiled ? 16 : s.wide, blockHigh = s.tiled ? 16 : s.rowsPerStrip;
+    const std::pair<ttag_t, int> tags[] = {
+        {TIFFTAG_IMAGEWIDTH, s.wide},
+        {TIFFTAG_IMAGELENGTH, s.high},
+        {TIFFTAG_SAMPLESPERPIXEL, s.samples},
+        {TIFFTAG_BITSPERSAMPLE, s.bits},
+        {TIFFTAG_PHOTOMETRIC, s.photometric},
+        {TIFFTAG_PLANARCONFIG, s.planar ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG},
+        {TIFFTAG_COMPRESSION, s.compression},
+        {s.tiled ? TIFFTAG_TILEWIDTH : TIFFTAG_ROWSPERSTRIP, blockHigh},
+        {s.tiled ? TIFFTAG_TILELENGTH : TIFFTAG_ROWSPERSTRIP, blockHigh}};
+    for (const auto& [tag, value] : tags) {
+        TIFFSetField(t, tag, value);
+    }
+    if (s.samples > (s.photometric == PHOTOMETRIC_RGB ? 3 : 1)) {
+        std::uint16_t type = EXTRASAMPLE_UNASSALPHA;
+        TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, &type);
+    }
+    if (!s.colormap.empty()) {
+        const std::uint16_t* map = s.colormap.data();
+        const std::size_t n = s.colormap.size() / 3;
+        TIFFSetField(t, TIFFTAG_COLORMAP, map, map + n, map + 2 * n);
+    }
+    if (s.xres > 0) {
+        TIFFSetField(t, TIFFTAG_XRESOLUTION, s.xres);
+        TIFFSetField(t, TIFFTAG_YRESOLUTION, s.yres);
+        TIFFSetField(t, TIFFTAG_RESOLUTIONUNIT, s.unit);
+    }
+    // Each strip or tile of each plane; tiles reach past the picture and are zero there.
+    for (int p = 0; p < (s.planar ? s.samples : 1); ++p) {
+        for (int y0 = 0; y0 < s.high; y0 += blockHigh) {
+            for (int x0 = 0; x0 < s.wide; x0 += blockWide) {
+                std::vector<std::uint8_t> block;
+                for (int y = y0; y < y0 + blockHigh && (s.tiled || y < s.high); ++y) {
+                    std::vector<std::uint32_t> v;
+                    for (int x = x0; x < x0 + blockWide; ++x) {
+                        for (int k = 0; k < (s.planar ? 1 : s.samples); ++k) {
+                            const int at = (y * s.wide + x) * s.samples + (s.planar ? p : k);
+                            v.push_back(x < s.wide && y < s.high ? samples[std::size_t(at)] : 0);
                         }
                     }
-                    ASSERT_EQ(TIFFWriteScanline(t, row.data(), std::uint32_t(y), std::uint16_t(p)),
-                              1);
+                    const auto row = packRow(v, s.bits, false);
+                    block.insert(block.end(), row.begin(), row.end());
                 }
+                const auto plane = std::uint16_t(p);
+                const auto written = s.tiled ? TIFFWriteTile(t, block.data(), std::uint32_t(x0),
+                                                             std::uint32_t(y0), 0, plane)
+                                             : TIFFWriteEncodedStrip(
+                                                   t, TIFFComputeStrip(t, std::uint32_t(y0), plane),
+                                                   block.data(), tmsize_t(block.size()));
+                ASSERT_GT(written, 0);
             }
         }
-        TIFFWriteDirectory(t);
     }
     TIFFClose(t);
 }
 
-// colourType as libpng's PNG_COLOR_TYPE_*; samples meshed, palette indices for palettes.
+// colourType as libpng's PNG_COLOR_TYPE_*; samples meshed.
 struct PngSpec {
-    int wide = 4;
-    int high = 3;
+    int wide = 4, high = 3;
     int colourType = PNG_COLOR_TYPE_RGB;
     int bits = 8;
     bool interlaced = false;
     std::uint32_t pixelsPerMetre = 0;  // 0: no pHYs
-    std::vector<png_color> palette;
-    std::vector<png_byte> paletteAlpha;
 };
 
 inline void writePng(const std::string& path, const PngSpec& s,
@@ -184,40 +172,20 @@ inline void writePng(const std::string& path, const PngSpec& s,
     png_set_IHDR(png, info, png_uint_32(s.wide), png_uint_32(s.high), s.bits, s.colourType,
                  s.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    if (!s.palette.empty()) {
-        png_set_PLTE(png, info, s.palette.data(), int(s.palette.size()));
-    }
-    if (!s.paletteAlpha.empty()) {
-        png_set_tRNS(png, info, s.paletteAlpha.data(), int(s.paletteAlpha.size()), nullptr);
-    }
     if (s.pixelsPerMetre) {
         png_set_pHYs(png, info, s.pixelsPerMetre, s.pixelsPerMetre, PNG_RESOLUTION_METER);
     }
     png_write_info(png, info);
-    const int channels = s.colourType == PNG_COLOR_TYPE_RGB         ? 3
-                         : s.colourType == PNG_COLOR_TYPE_RGB_ALPHA ? 4
-                         : s.colourType == PNG_COLOR_TYPE_GA        ? 2
-                                                                    : 1;
-    const std::size_t rowBytes = (std::size_t(s.wide * channels * s.bits) + 7) / 8;
-    std::vector<std::vector<png_byte>> rows(std::size_t(s.high), std::vector<png_byte>(rowBytes));
-    for (int y = 0; y < s.high; ++y) {
-        for (int i = 0; i < s.wide * channels; ++i) {
-            const std::uint32_t v = samples[std::size_t(y * s.wide * channels + i)];
-            auto& row = rows[std::size_t(y)];
-            if (s.bits == 16) {
-                row[2 * std::size_t(i)] = png_byte(v >> 8);
-                row[2 * std::size_t(i) + 1] = png_byte(v);
-            } else if (s.bits == 8) {
-                row[std::size_t(i)] = png_byte(v);
-            } else {
-                const std::size_t bit = std::size_t(i * s.bits);
-                row[bit / 8] |= png_byte(v << (8 - s.bits - int(bit % 8)));
-            }
-        }
-    }
+    const std::size_t perRow = samples.size() / std::size_t(s.high);
+    std::vector<std::vector<std::uint8_t>> rows;
     std::vector<png_bytep> pointers;
-    for (auto& row : rows) {
-        pointers.push_back(row.data());
+    for (std::size_t y = 0; y < std::size_t(s.high); ++y) {
+        rows.push_back(packRow({samples.begin() + std::ptrdiff_t(y * perRow),
+                                samples.begin() + std::ptrdiff_t((y + 1) * perRow)},
+                               s.bits, true));
+    }
+    for (auto& r : rows) {
+        pointers.push_back(r.data());
     }
     png_write_image(png, pointers.data());
     png_write_end(png, nullptr);
@@ -227,8 +195,7 @@ inline void writePng(const std::string& path, const PngSpec& s,
 
 // densityUnit as JFIF: 0 none, 1 per inch, 2 per centimetre.
 inline void writeJpeg(const std::string& path, int wide, int high, int components,
-                      const std::vector<std::uint8_t>& samples, int densityUnit = 0,
-                      int density = 1, int quality = 100) {
+                      const std::vector<std::uint8_t>& samples, int densityUnit, int density) {
     std::FILE* f = std::fopen(path.c_str(), "wb");
     ASSERT_NE(f, nullptr);
     jpeg_compress_struct c{};
@@ -241,10 +208,9 @@ inline void writeJpeg(const std::string& path, int wide, int high, int component
     c.input_components = components;
     c.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&c);
-    jpeg_set_quality(&c, quality, TRUE);
+    jpeg_set_quality(&c, 100, TRUE);
     c.density_unit = std::uint8_t(densityUnit);
-    c.X_density = std::uint16_t(density);
-    c.Y_density = std::uint16_t(density);
+    c.X_density = c.Y_density = std::uint16_t(density);
     jpeg_start_compress(&c, TRUE);
     for (int y = 0; y < high; ++y) {
         JSAMPROW row = const_cast<JSAMPLE*>(samples.data() + std::size_t(y * wide * components));
@@ -255,32 +221,46 @@ inline void writeJpeg(const std::string& path, int wide, int high, int component
     std::fclose(f);
 }
 
-// Deterministic test pixels.
-inline std::vector<std::uint32_t> pattern(std::size_t count, std::uint32_t modulo,
-                                          std::uint32_t seed = 7) {
-    std::vector<std::uint32_t> v(count);
-    std::uint32_t x = seed;
-    for (auto& s : v) {
-        x = x * 1103515245u + 12345u;
-        s = (x >> 8) % modulo;
+// A BMP whose header has 108 bytes when there are four masks (alpha), else 40 followed by
+// the masks; rows as stored, bottom-up unless high is negative.
+inline std::vector<std::uint8_t> makeBmp(int wide, int high, int bpp, std::uint32_t compression,
+                                         const std::vector<std::uint32_t>& palette,
+                                         const std::vector<std::uint32_t>& masks,
+                                         const std::vector<std::uint8_t>& rows,
+                                         std::uint32_t pixelsPerMetre = 0) {
+    std::vector<std::uint8_t> b = {'B', 'M'};
+    auto u32 = [&](std::uint32_t v) {
+        for (int i = 0; i < 4; ++i) {
+            b.push_back(std::uint8_t(v >> (8 * i)));
+        }
+    };
+    const std::uint32_t header = masks.size() == 4 ? 108 : 40;
+    const auto offset =
+        std::uint32_t(14 + header + (header == 40 ? masks.size() * 4 : 0) + palette.size() * 4);
+    for (std::uint32_t v : {0u, 0u, offset, header, std::uint32_t(wide), std::uint32_t(high),
+                            1u | std::uint32_t(bpp) << 16, compression, 0u, pixelsPerMetre,
+                            pixelsPerMetre, std::uint32_t(palette.size()), 0u}) {
+        u32(v);
     }
-    return v;
+    for (std::uint32_t v : masks) {
+        u32(v);
+    }
+    b.resize(std::max(b.size(), 14 + std::size_t(header)), 0);
+    for (std::uint32_t v : palette) {
+        u32(v);  // 0x00RRGGBB is stored blue, green, red, 0
+    }
+    b.insert(b.end(), rows.begin(), rows.end());
+    return b;
 }
-
-}  // namespace pv::testing
-
-#include "image/Bitmap.h"
-
-namespace pv::testing {
 
 // The pixels of either layout as meshed samples, so tests compare content apart from layout.
 inline std::vector<std::uint8_t> meshedSamples(const Bitmap& b) {
     std::vector<std::uint8_t> out;
+    const int n = b.samplesPerPixel();
     for (int y = 0; y < b.pixelsHigh(); ++y) {
         for (int x = 0; x < b.pixelsWide(); ++x) {
-            for (int k = 0; k < b.samplesPerPixel(); ++k) {
-                out.push_back(b.isPlanar() ? b.row(k, y)[x]
-                                           : b.row(0, y)[x * b.samplesPerPixel() + k]);
+            for (int k = 0; k < n; ++k) {
+                out.push_back(b.isPlanar() ? b.row(k, y)[x] : b.row(0, y)[x * n + k]);
             }
         }
     }
