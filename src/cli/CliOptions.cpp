@@ -1,6 +1,8 @@
 #include "cli/CliOptions.h"
 
 #include <charconv>
+#include <cmath>
+#include <cstdlib>
 #include <string_view>
 
 namespace pv::cli {
@@ -33,6 +35,94 @@ bool parseCoefficients(std::string_view list, CoefficientCheckboxes& boxes, std:
             return false;
         }
         start = comma + 1;
+    }
+    return true;
+}
+
+// Numbers separated by commas, each a whole or decimal number.
+bool parseNumbers(std::string_view text, std::vector<float>& numbers) {
+    numbers.clear();
+    std::size_t start = 0;
+    while (true) {
+        std::size_t comma = text.find(',', start);
+        const std::string item(text.substr(
+            start, comma == std::string_view::npos ? std::string_view::npos : comma - start));
+        if (item.empty()) {
+            return false;
+        }
+        char* end = nullptr;
+        const float v = std::strtof(item.c_str(), &end);
+        if (end != item.c_str() + item.size() || !std::isfinite(v)) {
+            return false;
+        }
+        numbers.push_back(v);
+        if (comma == std::string_view::npos) {
+            return true;
+        }
+        start = comma + 1;
+    }
+}
+
+bool parseRegion(std::string_view text, RegionOption& region, std::string& error) {
+    static constexpr const char* kForms =
+        "expected --roi rect:X,Y,W,H, oval:X,Y,W,H, polygon:X1,Y1,X2,Y2,X3,Y3,... or "
+        "lasso:X1,Y1,X2,Y2,X3,Y3,... in scatter-gram coordinates (0 to 256)";
+    const std::size_t colon = text.find(':');
+    const std::string_view kind = text.substr(0, colon);
+    std::vector<float> n;
+    if (colon == std::string_view::npos || !parseNumbers(text.substr(colon + 1), n)) {
+        error = "cannot read --roi '" + std::string(text) + "': " + kForms;
+        return false;
+    }
+    region.points.clear();
+    if (kind == "rect" || kind == "oval") {
+        if (n.size() != 4) {
+            error = "--roi " + std::string(kind) + " needs four numbers X,Y,W,H; " + kForms;
+            return false;
+        }
+        region.style = kind == "rect" ? 0 : 1;
+        region.points = {{n[0], n[1]}, {n[0] + n[2], n[1] + n[3]}};
+        return true;
+    }
+    if (kind == "polygon" || kind == "lasso") {
+        if (n.size() % 2 != 0 || n.size() < 6) {
+            error = "--roi " + std::string(kind) +
+                    " needs an even count of numbers, at least three X,Y points; " + kForms;
+            return false;
+        }
+        region.style = kind == "polygon" ? 2 : 3;
+        for (std::size_t i = 0; i < n.size(); i += 2) {
+            region.points.push_back({n[i], n[i + 1]});
+        }
+        return true;
+    }
+    error = "unknown region kind '" + std::string(kind) + "'; " + kForms;
+    return false;
+}
+
+bool parseBackground(std::string_view text, BackgroundStep& step, std::string& error) {
+    static constexpr const char* kForm =
+        "expected --background CHANNEL:LEVEL with CHANNEL red, green, blue or all and LEVEL a "
+        "whole number from 0 to 255";
+    const std::size_t colon = text.find(':');
+    const std::string_view channel = text.substr(0, colon);
+    constexpr const char* kChannels[4] = {"red", "green", "blue", "all"};
+    step.channelItem = -1;
+    for (int c = 0; c < 4; ++c) {
+        if (channel == kChannels[c]) {
+            step.channelItem = c;
+        }
+    }
+    if (colon == std::string_view::npos || step.channelItem < 0) {
+        error = "cannot read --background '" + std::string(text) + "': " + kForm;
+        return false;
+    }
+    const std::string_view level = text.substr(colon + 1);
+    auto [end, ec] = std::from_chars(level.data(), level.data() + level.size(), step.level);
+    if (level.empty() || ec != std::errc() || end != level.data() + level.size() ||
+        step.level < 0 || step.level > 255) {
+        error = "cannot read --background '" + std::string(text) + "': " + kForm;
+        return false;
     }
     return true;
 }
@@ -102,6 +192,22 @@ ParseResult parseOptions(const std::vector<std::string>& args) {
                 return result;
             }
             o.reportStem = *v;
+        } else if (a == "--roi") {
+            auto v = value("--roi");
+            RegionOption region;
+            if (!v || !parseRegion(*v, region, result.error)) {
+                return result;
+            }
+            o.region = region;
+        } else if (a == "--reveal") {
+            o.reveal = true;
+        } else if (a == "--background") {
+            auto v = value("--background");
+            BackgroundStep step;
+            if (!v || !parseBackground(*v, step, result.error)) {
+                return result;
+            }
+            o.background.push_back(step);
         } else if (a == "--xls") {
             o.format = ReportFormat::Spreadsheet;
         } else if (a == "--txt") {
@@ -132,6 +238,8 @@ ParseResult parseOptions(const std::vector<std::string>& args) {
         result.error = "no image given";
     } else if (o.saveImages && !o.reportStem) {
         result.error = "--images needs --report STEM";
+    } else if (o.reveal && !o.region) {
+        result.error = "--reveal needs a region: give --roi";
     }
     return result;
 }
@@ -140,8 +248,9 @@ std::string usageText() {
     return R"(Usage: pixmera-veltro-cli [options] IMAGE...
 
 Colocalization analysis of two-colour fluorescence images. For each IMAGE it does what a user
-does in the desktop program: open it, let the automatic pass run, press Calculate (answering
-the background warning with "calculate anyway") and save.
+does in the desktop program: open it, correct the background if asked, let the automatic pass
+run, press Calculate (answering the background warning with "calculate anyway"), draw the
+region on the scatter gram and press its Calculate, and save.
 
 Options:
   --pair PAIR          channel pair, Y channel first: red-green (default), red-blue,
@@ -154,6 +263,19 @@ Options:
   --xls                report as a spreadsheet file, STEM.xls (default)
   --txt                report as a plain text file, STEM.txt
   --images             with --report, also write STEM_Image.tif and STEM_SGram.tif
+  --roi KIND:NUMBERS   draw a region on the scatter gram, in scatter-gram coordinates
+                       (X intensity, Y intensity, 0 to 256), with the tool a user would:
+                         rect:X,Y,W,H     rectangle from corner (X,Y), W wide, H high
+                         oval:X,Y,W,H     oval inscribed in that rectangle
+                         polygon:X1,Y1,X2,Y2,X3,Y3,...   closed polygon through the points
+                         lasso:X1,Y1,X2,Y2,X3,Y3,...     freehand outline through the points
+                       the pixels it stands for are counted and M1, M2 calculated
+  --reveal             paint the region's pixels white; with --images also write
+                       STEM_ImgReflect.tif
+  --background CHANNEL:LEVEL
+                       before the analysis, set every sample of CHANNEL (red, green, blue
+                       or all) at or below LEVEL (0 to 255) to 0, as the background
+                       window's Apply does; may be given several times, applied in order
   --jobs N, -j N       analyse N files at a time (default: one per processor core)
   --help, -h           show this help
   --version            show the program's version

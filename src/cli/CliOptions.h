@@ -9,6 +9,20 @@
 
 namespace pv::cli {
 
+// A region drawn on the scatter gram, as the points of the gesture that draws it: for a
+// rectangle or oval the anchor and the opposite corner, for a polygon or lasso its vertices.
+struct RegionOption {
+    int style = 0;  // the selection tool: 0 rectangle, 1 oval, 2 polygon, 3 lasso
+    std::vector<Point> points;
+};
+
+// One press of Apply in the background window: channel popup item (0 red, 1 green, 2 blue,
+// 3 all) and the threshold typed on the manual tab.
+struct BackgroundStep {
+    int channelItem = 3;
+    int level = 0;
+};
+
 struct Options {
     std::vector<std::string> images;
     int rgbCombo = 0;
@@ -16,6 +30,9 @@ struct Options {
     std::optional<std::string> reportStem;
     ReportFormat format = ReportFormat::Spreadsheet;
     bool saveImages = false;
+    std::optional<RegionOption> region;
+    bool reveal = false;
+    std::vector<BackgroundStep> background;
     unsigned jobs = 0;  // 0: one per core
     bool help = false;
     bool version = false;

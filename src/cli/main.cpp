@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "cli/CliOptions.h"
+#include "cli/Gestures.h"
 #include "controller/ControllerPort.h"
 #include "controller/PixmeraVeltroController.h"
 #include "output/Export.h"
@@ -28,9 +29,11 @@ using namespace pv;
 class BatchPort : public ControllerPort {
   public:
     void askBackgroundCorrectionWarning() override { warningAsked = true; }
+    void askScatterGramWarning(const WarningQuestion&) override { scatterGramWarningAsked = true; }
     void logMessage(std::string_view message) override { log.emplace_back(message); }
 
     bool warningAsked = false;
+    bool scatterGramWarningAsked = false;
     std::vector<std::string> log;
 };
 
@@ -82,9 +85,30 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
         out.failures.push_back(image + ": " + line);
     }
 
+    for (const cli::BackgroundStep& step : o.background) {
+        // The manual tab with the level typed in, the channel chosen, then Apply.
+        BackgroundControls controls;
+        controls.selectedTab = 1;
+        controls.typedValue = step.level;
+        getThresholdEntryValue(controls, controller.backgroundSettings());
+        controls.channelItem = step.channelItem;
+        getRGBChannel(controls, controller.backgroundSettings());
+        controller.removeBackgroundNow(controls);
+    }
+
     controller.calculateCoefficientsNow();
     if (port.warningAsked) {
         controller.colocalizationWarningSheetDidEnd(1);  // calculate anyway
+    }
+    if (o.region) {
+        cli::drawRegion(controller, *o.region);
+        controller.calculateROINow();
+        if (port.scatterGramWarningAsked) {
+            controller.colocalizationScatterGramWarningSheetDidEnd(1);  // "Calculate"
+        }
+        if (o.reveal) {
+            controller.reflectWhitePixels();
+        }
     }
 
     const ResultFields& f = controller.fields();
@@ -111,7 +135,17 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
                f.coefficient_k1,
                f.coefficient_k2,
                f.coefficient_m1,
-               f.coefficient_m2};
+               f.coefficient_m2,
+               f.yAxisROIPixelCountText,
+               f.yAxisROIPixelPercentText,
+               f.xAxisROIPixelCountText,
+               f.xAxisROIPixelPercentText,
+               f.xyAxisROIPixelCountText,
+               f.xyAxisROIPixelPercentText,
+               f.pixelCountROITotal,
+               f.pixelROIPercentTotal,
+               f.coefficient_M1,
+               f.coefficient_M2};
     out.ok = out.failures.empty();
     return out;
 }
@@ -128,12 +162,18 @@ std::string headerRow(int rgbCombo) {
         return label;
     };
     const ResultFields& f = controller.fields();
+    const std::vector<std::string> labels = {name(f.yAxisPixelColorText),
+                                             name(f.xAxisPixelColorText),
+                                             name(f.xyAxisPixelColorText), "Total"};
     std::string header = "File\tPair";
-    for (const std::string& label : {name(f.yAxisPixelColorText), name(f.xAxisPixelColorText),
-                                     name(f.xyAxisPixelColorText), std::string("Total")}) {
+    for (const std::string& label : labels) {
         header += "\t" + label + " count\t" + label + " %";
     }
-    return header + "\tRr\tR\tk1\tk2\tm1\tm2\n";
+    header += "\tRr\tR\tk1\tk2\tm1\tm2";
+    for (const std::string& label : labels) {
+        header += "\tRegion " + label + " count\tRegion " + label + " %";
+    }
+    return header + "\tM1\tM2\n";
 }
 
 std::string joinRow(const std::vector<std::string>& cells) {

@@ -9,7 +9,13 @@
 
 namespace pv {
 
-class PixmeraVeltroController;
+// A warning with two answers, put to the user as a question.
+struct WarningQuestion {
+    std::string title;
+    std::string message;
+    std::string defaultButton;    // answered with return code 1
+    std::string alternateButton;  // answered with return code 0
+};
 
 // What the controller needs from whatever shows it (the desktop window, the command line, a
 // test). Every call has a do-nothing default so a front end implements only what it shows.
@@ -29,6 +35,13 @@ class ControllerPort {
     // Ask the background-correction question. The answer comes back through
     // colocalizationWarningSheetDidEnd(tag): 1 calculate anyway, -1 correct first, 0 help.
     virtual void askBackgroundCorrectionWarning() {}
+    // Ask the scatter-gram background question; the answer comes back through
+    // colocalizationScatterGramWarningSheetDidEnd(returnCode).
+    virtual void askScatterGramWarning(const WarningQuestion&) {}
+    // The scatter-gram region or its marker changed; redraw the scatter-gram view.
+    virtual void scatterGramNeedsDisplay() {}
+    // The main image view gives up its focus for pasting.
+    virtual void setFocusForPasting(bool) {}
     // Open the background-correction window.
     virtual void performBackgroundCorrection() {}
     // Open a page of the help book.

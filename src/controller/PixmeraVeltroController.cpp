@@ -77,9 +77,14 @@ void PixmeraController::loadSupportedFileTypes() {
         pv::loadSupportedFileTypes(declaredDocumentTypes(), supportedImageFileTypes_);
 }
 
-PixmeraVeltroController::PixmeraVeltroController(ControllerPort& port) : port_(port) {}
+PixmeraVeltroController::PixmeraVeltroController(ControllerPort& port) : port_(port) {
+    scatterGramGraph_.onScatterGramROISelected = [this] { scatterGramROISelected(); };
+    scatterGramGraph_.onNeedsDisplay = [this] { port_.scatterGramNeedsDisplay(); };
+}
 
 void PixmeraVeltroController::awakeFromNib() {
+    selectionTool_ = 0;
+    scatterGramGraph_.selectionMarkerStyle(0);
     drawEmptyScatterGram();
     drawColorBars();
     buttons_.calculateROIButton = false;
@@ -454,6 +459,198 @@ void PixmeraVeltroController::drawColorBars() {
 void PixmeraVeltroController::displayROIPreview() {
     image_.viewPicture = image_.currentDisplayedImage;
     port_.showImage(image_.viewPicture);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Scatter-gram region, M1/M2, reveal
+
+void PixmeraVeltroController::getSelectionTool(int popupIndex) {
+    selectionTool_ = popupIndex >= 0 && popupIndex <= 3 ? popupIndex : 0;
+    scatterGramGraph_.selectionMarkerStyle(selectionTool_);
+}
+
+void PixmeraVeltroController::changeROIColorPrefs() {
+    scatterGramGraph_.setROIColors(userPreferences_.roiBorderColor, userPreferences_.roiFillColor,
+                                   userPreferences_.opacityValue);
+    getSelectionTool(selectionTool_);
+}
+
+void PixmeraVeltroController::scatterGramROISelected() {
+    const Rect region = scatterGramGraph_.selectedRectSize();
+    port_.setFocusForPasting(false);
+    calculateROIPixelCount();
+    const bool hasRegion = !region.isEmpty();
+    buttons_.calculateROIButton = hasRegion;
+    buttons_.reflectROIButton = hasRegion;
+    if (!hasRegion) {
+        clearROICalculations();
+    }
+    refresh();
+}
+
+RegionSelection PixmeraVeltroController::currentRegionSelection() {
+    if (scatterGramGraph_.selectedRectSize().isEmpty()) {
+        return RegionSelection::singleColor(mouseUpHere_);
+    }
+    const Path& outline = scatterGramGraph_.currentlySelectedPath();
+    return RegionSelection::fromPairTest([&outline](Point p) { return outline.containsPoint(p); });
+}
+
+void PixmeraVeltroController::calculateROIPixelCount() {
+    AnalysisState& s = analysis_;
+    s.roiRedPixelCount = s.roiGreenPixelCount = s.roiBluePixelCount = 0;
+    s.roiYellowPixelCount = s.roiMagentaPixelCount = s.roiCyanPixelCount = 0;
+    s.roiTotalPixelCount = 0;
+    s.sumROIColocPixelsXAxis = s.sumROIColocPixelsYAxis = 0;
+    s.sumROIPixelsYAxis = s.sumROIPixelsXAxis = 0;
+    // The counts come from the last pass's histogram of the working bitmap, so no copy of the
+    // bitmap is made and no pixel is read here.
+    if (!scatterGramBitmap_) {
+        port_.logMessage(kInitializationError);
+        return;
+    }
+    if (!histogram_.counts.empty()) {
+        countRegion(histogram_, currentRegionSelection(), analysis_);
+    }
+    displayROIPixelCount();
+}
+
+void PixmeraVeltroController::displayROIPixelCount() {
+    const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
+    const AnalysisState& s = analysis_;
+    auto pure = [&s](int channel) {
+        return channel == 0 ? s.roiRedPixelCount
+                            : (channel == 1 ? s.roiGreenPixelCount : s.roiBluePixelCount);
+    };
+    const std::int32_t yc = pure(pair.y);
+    const std::int32_t xc = pure(pair.x);
+    const std::int32_t xyc = pair.third == 2
+                                 ? s.roiYellowPixelCount
+                                 : (pair.third == 1 ? s.roiMagentaPixelCount : s.roiCyanPixelCount);
+    const std::int32_t total = s.roiTotalPixelCount;
+    fields_.yAxisROIPixelCountText = format("%d", yc);
+    fields_.xAxisROIPixelCountText = format("%d", xc);
+    fields_.xyAxisROIPixelCountText = format("%d", xyc);
+    fields_.yAxisROIPixelPercentText = percentText(yc, total);
+    fields_.xAxisROIPixelPercentText = percentText(xc, total);
+    fields_.xyAxisROIPixelPercentText = percentText(xyc, total);
+    fields_.pixelCountROITotal = format("%d", yc + xc + xyc);
+    fields_.pixelROIPercentTotal = percentText(yc + xc + xyc, total);
+    setROIPixelInfo(true);
+}
+
+void PixmeraVeltroController::calculateROINow() {
+    if (image_.imageFileInfo.backgroundCorrected) {
+        calculateROI();
+        return;
+    }
+    port_.askScatterGramWarning(WarningQuestion{
+        tr("Warning"),
+        tr("Before running the colocalization calculations the background should first be "
+           "corrected."),
+        tr("Calculate"), tr("Background...")});
+}
+
+void PixmeraVeltroController::colocalizationScatterGramWarningSheetDidEnd(int returnCode) {
+    if (returnCode == 0) {
+        port_.performBackgroundCorrection();
+    } else {
+        calculateROI();
+    }
+}
+
+void PixmeraVeltroController::calculateROI() {
+    calculateColocalization_M1M2();
+    analysis_.roiCoefficientsCalculated = true;
+    buttons_.saveButton = true;
+    refresh();
+}
+
+void PixmeraVeltroController::calculateColocalization_M1M2() {
+    computeColocalization_M1M2(analysis_);
+    fields_.coefficient_M1 = format("%0.4f", analysis_.colocalization_M1);
+    fields_.coefficient_M2 = format("%0.4f", analysis_.colocalization_M2);
+}
+
+void PixmeraVeltroController::clearROICalculations() {
+    setROIPixelInfo(false);
+    fields_.coefficient_M1.clear();
+    fields_.coefficient_M2.clear();
+    analysis_.roiCoefficientsCalculated = false;
+    analysis_.reflectedImageValid = false;
+    image_.revealCleared = true;
+    displayWhitePixelImage();
+    refresh();
+}
+
+void PixmeraVeltroController::reflectWhitePixels() {
+    std::optional<Bitmap> copy = image_.currentDisplayedBitmap.copy();
+    if (!copy) {
+        port_.showError(Error{tr("There is not enough memory to reveal the pixels.")});
+        return;
+    }
+    image_.modifiedDisplayedBitmap = std::move(*copy);
+    image_.modifiedDisplayedBitmapArray = image_.modifiedDisplayedBitmap.planes();
+    if (!scatterGramBitmap_) {
+        port_.logMessage(kInitializationError);
+        return;
+    }
+    if (!revealPixels(image_.bitmapInfo, image_.currentDisplayedBitmapArray,
+                      image_.modifiedDisplayedBitmapArray, image_.currentImageRect,
+                      currentRegionSelection(), analysis_, analysisThreads_)) {
+        port_.logMessage(kInitializationError);
+    }
+    // The painted copy becomes the revealed picture itself: it is let go right after anyway.
+    image_.revealedImage = image_.modifiedDisplayedBitmap.isEmpty()
+                               ? Picture()
+                               : Picture::at72dpi(std::move(image_.modifiedDisplayedBitmap));
+    image_.modifiedDisplayedBitmap = Bitmap();
+    image_.modifiedDisplayedBitmapArray = PlaneArray{};
+    image_.revealCleared = false;
+    displayWhitePixelImage();
+    analysis_.reflectedImageValid = true;
+    refresh();
+}
+
+void PixmeraVeltroController::colorThePixelWhite(Point p) {
+    paintPixel(image_.bitmapInfo, image_.modifiedDisplayedBitmapArray, p,
+               analysis_.redRevealPixelValue, analysis_.greenRevealPixelValue,
+               analysis_.blueRevealPixelValue);
+}
+
+void PixmeraVeltroController::displayWhitePixelImage() {
+    if (image_.revealCleared) {
+        if (image_.restoreOriginalRequested) {
+            image_.modifiedImageDisplayed = false;
+            image_.viewPicture = image_.originalImage;
+            port_.showImage(image_.viewPicture);
+            return;
+        }
+        // The working bitmap's pixels are those of the picture under analysis.
+        image_.modifiedDisplayedImage = image_.currentDisplayedImage;
+    } else {
+        image_.modifiedDisplayedImage = image_.revealedImage;
+    }
+    image_.modifiedImageDisplayed = true;
+    image_.viewPicture = image_.modifiedDisplayedImage;
+    port_.showImage(image_.viewPicture);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Background correction
+
+void PixmeraVeltroController::removeBackgroundNow(BackgroundControls& controls) {
+    const int width = int(image_.currentDisplayedImage.size.width);
+    const int height = int(image_.currentDisplayedImage.size.height);
+    getBackgroundMethod(controls, backgroundSettings_);
+    removeBackground(image_.bitmapInfo, image_.currentDisplayedBitmapArray, width, height,
+                     backgroundSettings_);
+    image_.restoreOriginalRequested = false;
+    updateDisplayedImage();
+}
+
+void PixmeraVeltroController::resetImageToOriginal() {
+    restoreImageToOriginal();
 }
 
 // ---------------------------------------------------------------------------------------------

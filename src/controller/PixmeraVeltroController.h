@@ -8,12 +8,16 @@
 
 #include "analysis/AnalysisPass.h"
 #include "analysis/AnalysisState.h"
+#include "background/BackgroundCorrection.h"
 #include "controller/ControllerPort.h"
 #include "image/Bitmap.h"
 #include "image/Result.h"
+#include "image/UserPreferences.h"
 #include "image/WorkingImage.h"
 #include "output/Export.h"
 #include "output/ResultFields.h"
+#include "roi/ScatterGramView.h"
+#include "scattergram/RegionSelection.h"
 
 namespace pv {
 
@@ -66,6 +70,9 @@ class PixmeraVeltroController : public PixmeraController {
     static constexpr const char* kCalculateHelpPage = "src/PixmeraVeltro206.html";
 
     explicit PixmeraVeltroController(ControllerPort& port);
+    // The scatter-gram view calls back into this object.
+    PixmeraVeltroController(const PixmeraVeltroController&) = delete;
+    PixmeraVeltroController& operator=(const PixmeraVeltroController&) = delete;
 
     // The start-up sequence: empty scatter gram, colour bars, reset analysis, disabled buttons,
     // supported types.
@@ -112,6 +119,29 @@ class PixmeraVeltroController : public PixmeraController {
     void drawColorBars();
     void displayROIPreview();
 
+    // --- Scatter-gram region, M1/M2, reveal ---
+    // The selection-tool popup: 0 rectangle, 1 oval, 2 polygon, 3 lasso; others rectangle.
+    void getSelectionTool(int popupIndex);
+    void scatterGramROISelected();
+    void calculateROIPixelCount();
+    void displayROIPixelCount();
+    void calculateROINow();
+    void colocalizationScatterGramWarningSheetDidEnd(int returnCode);
+    void calculateROI();
+    void calculateColocalization_M1M2();
+    void clearROICalculations();
+    void reflectWhitePixels();
+    void colorThePixelWhite(Point p);
+    void displayWhitePixelImage();
+    // New preference colours for the markers; the region is discarded.
+    void changeROIColorPrefs();
+
+    // --- Background correction ---
+    // Apply: thresholds from the window's controls, then the corrected picture is analysed.
+    void removeBackgroundNow(BackgroundControls& controls);
+    void resetImageToOriginal();
+    BackgroundSettings& backgroundSettings() { return backgroundSettings_; }
+
     // --- Output ---
     // Writes the report (and the pictures when asked) for the chosen path without suffix.
     std::vector<Error> outputPixelCoefficientData(const std::string& stem, ReportFormat format,
@@ -127,6 +157,9 @@ class PixmeraVeltroController : public PixmeraController {
     WorkingImage& workingImage() { return image_; }
     const std::optional<Bitmap>& scatterGramBitmap() const { return scatterGramBitmap_; }
     const PairHistogram& pairHistogram() const { return histogram_; }
+    CROI_ScatterGramCroppingImageView& scatterGramGraph() { return scatterGramGraph_; }
+    UserPreferences& userPreferences() { return userPreferences_; }
+    int selectionTool() const { return selectionTool_; }
     bool initialImageHasBeenSelected() const { return image_.initialImageHasBeenSelected; }
     const Picture& currentDisplayedImage() const { return image_.currentDisplayedImage; }
 
@@ -136,6 +169,8 @@ class PixmeraVeltroController : public PixmeraController {
   private:
     void refresh() { port_.refreshControls(); }
     std::string percentText(std::int32_t count, std::int32_t total) const;
+    // The bins the view's current region stands for (the single-colour test without one).
+    RegionSelection currentRegionSelection();
 
     ControllerPort& port_;
     AnalysisState analysis_;
@@ -148,6 +183,13 @@ class PixmeraVeltroController : public PixmeraController {
     CoefficientCheckboxes checkboxes_;
     AxisLabelColors axisLabelColors_;
     unsigned analysisThreads_ = 0;
+
+    UserPreferences userPreferences_;
+    CROI_ScatterGramCroppingImageView scatterGramGraph_{userPreferences_};
+    int selectionTool_ = 0;
+    // Nothing moves this point; it keeps the single-colour test on the Y channel.
+    Point mouseUpHere_;
+    BackgroundSettings backgroundSettings_;
 };
 
 }  // namespace pv
