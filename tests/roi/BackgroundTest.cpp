@@ -28,7 +28,7 @@ struct Raster {
 };
 
 Raster randomRaster(bool planar, int spp, int padding, std::mt19937& rng) {
-    Raster img{planar, 23, 11, planar ? 1 : spp, 0, {}, {}};
+    Raster img{planar, 75, 9, planar ? 1 : spp, 0, {}, {}};
     img.bytesPerRow = img.w * img.spp + padding;
     img.planes.assign(planar ? 3 : 1,
                       std::vector<std::uint8_t>(std::size_t(img.bytesPerRow * img.h)));
@@ -68,7 +68,7 @@ TEST(RemoveBackground, MatchesPerSampleRuleForEveryLayoutChannelAndThreshold) {
     const Layout layouts[] = {{false, 3, 0}, {false, 4, 6}, {false, 3, 1}, {true, 1, 3}};
     const int thresholds[][3] = {{0, 0, 0},     {25, 50, 75}, {255, 255, 255},
                                  {300, -1, 17}, {-5, -5, -5}, {128, 254, 1}};
-    const int sizes[][2] = {{23, 11}, {10, 4}, {1000, 1000}, {0, 5}, {-3, 11}};
+    const int sizes[][2] = {{75, 9}, {40, 4}, {1000, 1000}, {0, 5}, {-3, 9}};
     for (const Layout& l : layouts) {
         Raster img = randomRaster(l.planar, l.spp, l.padding, rng);
         for (int channel : {0, 1, 2, 3, 7}) {
