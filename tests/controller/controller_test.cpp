@@ -24,6 +24,9 @@ struct RecordingPort : ControllerPort {
     void showError(const Error& e) override { errors.push_back(e.message); }
     void logMessage(std::string_view m) override { log.emplace_back(m); }
     void noteRecentDocument(const std::string& p) override { recent.push_back(p); }
+    void askScatterGramWarning(const WarningQuestion& q) override {
+        scatterGramWarnings.push_back(q);
+    }
 
     std::vector<Picture> shownImages;
     Picture scatterGram;
@@ -34,6 +37,7 @@ struct RecordingPort : ControllerPort {
     std::vector<std::string> errors;
     std::vector<std::string> log;
     std::vector<std::string> recent;
+    std::vector<WarningQuestion> scatterGramWarnings;
 };
 
 using RGB = std::array<std::uint8_t, 3>;
@@ -279,6 +283,116 @@ TEST_F(ControllerTest, FailedLoadLeavesAnEmptyWorkingImageAndSaysWhy) {
     EXPECT_EQ(image.bitmapInfo.bytesPerPlane, 0);
     EXPECT_EQ(controller.analysis().totalPixelCount, 0);
     EXPECT_TRUE(port.recent.empty());
+}
+
+// Drags a rectangle on the scatter gram as a user would.
+void dragRectangle(PixmeraVeltroController& c, Point from, Point to) {
+    c.scatterGramGraph().mouseDown(MouseEvent{from, 0, 1});
+    c.scatterGramGraph().mouseDragged(MouseEvent{to, 0, 1});
+    c.scatterGramGraph().mouseUp(MouseEvent{to, 0, 1});
+}
+
+TEST_F(ControllerTest, RegionCountsThenCalculatesAfterTheWarning) {
+    // Red-green pairs: (X 0, Y 30) pure red twice, (X 40, Y 30) yellow, (X 200, Y 200) outside.
+    load(picture(4, 1, {{30, 0, 0}, {30, 0, 5}, {30, 40, 0}, {200, 200, 0}}));
+    dragRectangle(controller, {0, 0}, {100, 100});
+    const ResultFields& f = controller.fields();
+    EXPECT_EQ(controller.analysis().roiTotalPixelCount, 3);
+    EXPECT_EQ(f.yAxisROIPixelCountText, "1");  // (30, 0, 5) has blue: no class
+    EXPECT_EQ(f.yAxisROIPixelPercentText, "33.33");
+    EXPECT_EQ(f.xyAxisROIPixelCountText, "1");
+    EXPECT_EQ(f.pixelROIPercentTotal, "66.67");
+    EXPECT_TRUE(f.roiColumnEnabled);
+    EXPECT_TRUE(controller.buttons().calculateROIButton && controller.buttons().reflectROIButton);
+    EXPECT_EQ(f.coefficient_M1, "");
+
+    controller.calculateROINow();
+    ASSERT_EQ(port.scatterGramWarnings.size(), 1u);
+    const WarningQuestion& q = port.scatterGramWarnings[0];
+    EXPECT_EQ(q.title, "Warning");
+    EXPECT_EQ(q.defaultButton, "Calculate");
+    EXPECT_EQ(q.alternateButton, "Background...");
+    controller.colocalizationScatterGramWarningSheetDidEnd(0);
+    EXPECT_EQ(port.backgroundRequests, 1);
+    EXPECT_EQ(f.coefficient_M1, "");
+
+    controller.colocalizationScatterGramWarningSheetDidEnd(1);
+    // M1: Y where X > 0 (30) over all Y (90); M2: X where Y > 0 over all X: 40 / 40.
+    EXPECT_EQ(f.coefficient_M1, "0.3333");
+    EXPECT_EQ(f.coefficient_M2, "1.0000");
+    EXPECT_TRUE(controller.analysis().roiCoefficientsCalculated);
+    EXPECT_TRUE(controller.buttons().saveButton);
+
+    // A click inside the rectangle only moves it by nothing.
+    controller.scatterGramGraph().mouseDown(MouseEvent{{10, 10}, 0, 1});
+    controller.scatterGramGraph().mouseUp(MouseEvent{{10, 10}, 0, 1});
+    EXPECT_EQ(f.coefficient_M1, "0.3333");
+    // A click outside it without a drag removes the region: the column greys, all is cleared.
+    controller.scatterGramGraph().mouseDown(MouseEvent{{150, 150}, 0, 1});
+    controller.scatterGramGraph().mouseUp(MouseEvent{{150, 150}, 0, 1});
+    EXPECT_FALSE(f.roiColumnEnabled);
+    EXPECT_EQ(f.yAxisROIPixelCountText, "--");
+    EXPECT_EQ(f.coefficient_M1, "");
+    EXPECT_FALSE(controller.buttons().calculateROIButton || controller.buttons().reflectROIButton);
+    EXPECT_FALSE(controller.analysis().roiCoefficientsCalculated);
+    // Without a region the single-colour test counted the pure-Y pixels.
+    EXPECT_EQ(controller.analysis().roiTotalPixelCount, 1);
+}
+
+TEST_F(ControllerTest, RevealPaintsACopyAndClearingShowsThePlainImage) {
+    load(picture(3, 1, {{30, 0, 0}, {30, 40, 0}, {200, 200, 9}}));
+    dragRectangle(controller, {30, 20}, {60, 60});  // only the yellow pixel (X 40, Y 30)
+    controller.reflectWhitePixels();
+    const WorkingImage& image = controller.workingImage();
+    ASSERT_FALSE(image.revealedImage.isEmpty());
+    const std::uint8_t* r = image.revealedImage.bitmap->bitmapData();
+    EXPECT_EQ(std::vector<int>(r, r + 9), (std::vector<int>{30, 0, 0, 255, 255, 255, 200, 200, 9}));
+    EXPECT_EQ(image.currentDisplayedBitmap.bitmapData()[3], 30);  // the working bitmap is untouched
+    EXPECT_TRUE(controller.analysis().reflectedImageValid);
+    EXPECT_EQ(port.shownImages.back().bitmap, image.revealedImage.bitmap);
+    EXPECT_TRUE(image.modifiedDisplayedBitmap.isEmpty());
+
+    // A second reveal starts from a fresh copy.
+    controller.getSelectionTool(0);
+    dragRectangle(controller, {0, 20}, {10, 40});  // only the pure red pixel
+    controller.reflectWhitePixels();
+    const std::uint8_t* r2 = image.revealedImage.bitmap->bitmapData();
+    EXPECT_EQ(std::vector<int>(r2, r2 + 6), (std::vector<int>{255, 255, 255, 30, 40, 0}));
+
+    controller.clearROICalculations();
+    EXPECT_FALSE(controller.analysis().reflectedImageValid);
+    EXPECT_EQ(port.shownImages.back().bitmap, image.currentDisplayedImage.bitmap);
+}
+
+TEST_F(ControllerTest, BackgroundCorrectionFromTheWindowsControls) {
+    load(picture(3, 1, {{20, 60, 0}, {40, 10, 90}, {80, 80, 80}}));
+    BackgroundControls controls;  // automatic tab, first preset row: level 25
+    controls.channelItem = 0;
+    getRGBChannel(controls, controller.backgroundSettings());
+    controller.removeBackgroundNow(controls);
+    const Bitmap& b = controller.workingImage().currentDisplayedBitmap;
+    EXPECT_EQ(std::vector<int>(b.bitmapData(), b.bitmapData() + 9),
+              (std::vector<int>{0, 60, 0, 40, 10, 90, 80, 80, 80}));
+    EXPECT_EQ(controller.workingImage().imageFileInfo.backgroundCorrected, 1);
+    EXPECT_EQ(controller.fields().xAxisPixelCountText, "1");  // (0, 60, 0) is green now
+
+    // Corrections accumulate: the manual tab at 50 on all channels.
+    controls.selectedTab = 1;
+    controls.typedValue = 50;
+    getThresholdEntryValue(controls, controller.backgroundSettings());
+    controls.channelItem = 3;
+    getRGBChannel(controls, controller.backgroundSettings());
+    controller.removeBackgroundNow(controls);
+    EXPECT_EQ(std::vector<int>(b.bitmapData(), b.bitmapData() + 9),
+              (std::vector<int>{0, 60, 0, 0, 0, 90, 80, 80, 80}));
+    controller.calculateCoefficientsNow();
+    controller.calculateROINow();
+    EXPECT_EQ(port.warnings, 0);
+    EXPECT_TRUE(port.scatterGramWarnings.empty());
+
+    controller.resetImageToOriginal();
+    EXPECT_EQ(b.bitmapData()[0], 20);
+    EXPECT_EQ(controller.workingImage().imageFileInfo.backgroundCorrected, 0);
 }
 
 }  // namespace
