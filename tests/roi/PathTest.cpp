@@ -22,26 +22,16 @@ std::vector<std::vector<Point>> sampledRings(const Path& path) {
         } else if (e.kind == Kind::LineTo) {
             rings.back().push_back(e.points[0]);
         } else if (e.kind == Kind::CurveTo) {
-            const Point p0 = rings.back().back();
+            const Point p0 = rings.back().back(), c1 = e.points[0], c2 = e.points[1];
             for (int k = 1; k <= 600; ++k) {
-                const double t = k / 600.0, u = 1.0 - t;
-                auto at = [&](double a, double b, double c, double d) {
-                    return float(u * u * u * a + 3 * u * u * t * b + 3 * u * t * t * c +
-                                 t * t * t * d);
-                };
-                rings.back().push_back({at(p0.x, e.points[0].x, e.points[1].x, e.points[2].x),
-                                        at(p0.y, e.points[0].y, e.points[1].y, e.points[2].y)});
+                const double t = k / 600.0, u = 1 - t;
+                const double a = u * u * u, b = 3 * u * u * t, c = 3 * u * t * t, d = t * t * t;
+                rings.back().push_back({float(a * p0.x + b * c1.x + c * c2.x + d * e.points[2].x),
+                                        float(a * p0.y + b * c1.y + c * c2.y + d * e.points[2].y)});
             }
         }
     }
     return rings;
-}
-
-double distanceToSegment(Point p, Point a, Point b) {
-    const double dx = b.x - a.x, dy = b.y - a.y, len2 = dx * dx + dy * dy;
-    const double t =
-        len2 == 0 ? 0 : std::clamp(((p.x - a.x) * dx + (p.y - a.y) * dy) / len2, 0.0, 1.0);
-    return std::hypot(p.x - a.x - t * dx, p.y - a.y - t * dy);
 }
 
 // Winding number by summing the angles the closed rings subtend; nullopt near the outline.
@@ -51,7 +41,9 @@ std::optional<bool> bruteInside(const std::vector<std::vector<Point>>& rings, Po
     for (const auto& ring : rings) {
         for (std::size_t i = 0; i < ring.size(); ++i) {
             const Point a = ring[i], b = ring[(i + 1) % ring.size()];
-            if (distanceToSegment(p, a, b) < margin) {
+            const double dx = b.x - a.x, dy = b.y - a.y, len2 = dx * dx + dy * dy;
+            const double t = std::clamp(((p.x - a.x) * dx + (p.y - a.y) * dy) / len2, 0.0, 1.0);
+            if (len2 > 0 && std::hypot(p.x - a.x - t * dx, p.y - a.y - t * dy) < margin) {
                 return std::nullopt;
             }
             double d = std::atan2(b.y - p.y, b.x - p.x) - std::atan2(a.y - p.y, a.x - p.x);
@@ -76,28 +68,22 @@ void expectAgreesWithBruteForce(const Path& path, std::mt19937& rng, double marg
     EXPECT_GT(compared, 300);
 }
 
-TEST(PathContainment, RandomPolygonsIncludingSelfIntersecting) {
+TEST(PathContainment, RandomPolygonsAndOvalsAgainstWindingNumbers) {
     std::mt19937 rng(7);
-    std::uniform_real_distribution<float> coord(0.0f, 256.0f);
+    std::uniform_real_distribution<float> coord(0.0f, 256.0f), extent(0.5f, 260.0f);
     for (int n = 0; n < 60; ++n) {
-        Path path;
-        const int vertices = 3 + n % 12;
-        for (int v = 0; v < vertices; ++v) {
-            path.lineTo({coord(rng), coord(rng)});
+        Path polygon;  // self-intersecting, mostly
+        for (int v = 0; v < 3 + n % 12; ++v) {
+            polygon.lineTo({coord(rng), coord(rng)});
         }
         if (n % 2) {
-            path.closePath();  // open and closed outlines must test alike
+            polygon.closePath();  // open and closed outlines must test alike
         }
-        expectAgreesWithBruteForce(path, rng, 1e-3);
-    }
-}
-
-TEST(PathContainment, RandomOvalsWithinAHundredthOfTheCurve) {
-    std::mt19937 rng(11);
-    std::uniform_real_distribution<float> coord(-10.0f, 200.0f), extent(0.5f, 260.0f);
-    for (int n = 0; n < 30; ++n) {
-        const Path oval = Path::oval(makeRect(coord(rng), coord(rng), extent(rng), extent(rng)));
-        expectAgreesWithBruteForce(oval, rng, 0.01);
+        expectAgreesWithBruteForce(polygon, rng, 1e-3);
+        if (n % 2) {
+            const Rect r = makeRect(coord(rng) - 50, coord(rng) - 50, extent(rng), extent(rng));
+            expectAgreesWithBruteForce(Path::oval(r), rng, 0.01);
+        }
     }
 }
 
@@ -117,16 +103,9 @@ TEST(PathContainment, RectanglesHoldTheirHalfOpenIntegerPoints) {
     for (const Case& c : cases) {
         Path path;
         for (const Rect& r : c.rects) {
-            Path one = Path::rectangle(r);
-            if (c.clockwise) {
-                one = Path();
-                one.moveTo(r.origin);
-                one.lineTo({r.minX(), r.maxY()});
-                one.lineTo({r.maxX(), r.maxY()});
-                one.lineTo({r.maxX(), r.minY()});
-            }
-            for (int i = 0; i < one.elementCount(); ++i) {
-                const Point p = one.element(i).points[0];
+            const Path one = Path::rectangle(r);
+            for (int i = 0; i < 4; ++i) {
+                const Point p = one.element(c.clockwise ? (4 - i) % 4 : i).points[0];
                 i == 0 ? path.moveTo(p) : path.lineTo(p);
             }
         }
@@ -142,42 +121,21 @@ TEST(PathContainment, RectanglesHoldTheirHalfOpenIntegerPoints) {
     }
 }
 
-TEST(PathContainment, CopiesAndChangesDoNotShareStaleTables) {
-    Path a = Path::rectangle(makeRect(0, 0, 10, 10));
-    const Path b = a;
-    EXPECT_TRUE(a.containsPoint({5, 5}));
-    a.translate(100, 0);
-    EXPECT_FALSE(a.containsPoint({5, 5}));
-    EXPECT_TRUE(a.containsPoint({105, 5}));
-    EXPECT_TRUE(b.containsPoint({5, 5}));
-    a.removeAllPoints();
-    EXPECT_FALSE(a.containsPoint({105, 5}));
-}
-
-TEST(PathBounds, CurveExtremesNotControlPoints) {
+TEST(PathShape, BoundsAndClosing) {
     Path arch;
     arch.moveTo({0, 0});
     arch.curveTo({10, 0}, {0, 10}, {10, 10});
-    const Rect b = arch.bounds();
-    EXPECT_NEAR(b.maxY(), 7.5f, 1e-5);
-    EXPECT_EQ(b.origin, (Point{0, 0}));
-    EXPECT_FLOAT_EQ(b.size.width, 10);
-
-    const Rect ovals[] = {makeRect(3, 4, 50, 20), makeRect(-8, 2.25f, 0.5f, 100)};
-    for (const Rect& r : ovals) {
+    EXPECT_EQ(arch.bounds(), makeRect(0, 0, 10, 7.5f));
+    for (const Rect& r : {makeRect(3, 4, 50, 20), makeRect(-8, 2.25f, 0.5f, 100)}) {
         const Rect o = Path::oval(r).bounds();
-        EXPECT_NEAR(o.minX(), r.minX(), 1e-4);
-        EXPECT_NEAR(o.maxX(), r.maxX(), 1e-4);
-        EXPECT_NEAR(o.minY(), r.minY(), 1e-4);
-        EXPECT_NEAR(o.maxY(), r.maxY(), 1e-4);
+        const float d[] = {o.minX() - r.minX(), o.maxX() - r.maxX(), o.minY() - r.minY(),
+                           o.maxY() - r.maxY()};
+        for (float v : d) {
+            EXPECT_NEAR(v, 0.0f, 1e-4f);
+        }
     }
     EXPECT_EQ(Path().bounds(), Rect{});
-    Path dot;
-    dot.moveTo({3, 4});
-    EXPECT_EQ(dot.bounds(), makeRect(3, 4, 0, 0));
-}
 
-TEST(PathElements, ClosingAndDrawingOn) {
     Path triangle;
     EXPECT_FALSE(triangle.isClosed());
     triangle.moveTo({0, 0});
@@ -185,18 +143,8 @@ TEST(PathElements, ClosingAndDrawingOn) {
     triangle.lineTo({0, 10});
     const Path closed = triangle.closedPath();
     EXPECT_FALSE(triangle.isClosed());
-    EXPECT_EQ(triangle.elementCount(), 3);
     EXPECT_TRUE(closed.isClosed());
-    EXPECT_EQ(closed.elementCount(), 4);
-    EXPECT_EQ(closed.closedPath().elementCount(), 4);
     EXPECT_EQ(closed.currentPoint(), (Point{0, 0}));
-
-    // Drawing on after a close starts a new subpath at the closed one's start.
-    Path more = closed;
-    more.lineTo({-10, 0});
-    EXPECT_EQ(more.elementKind(4), Kind::MoveTo);
-    EXPECT_EQ(more.element(4).points[0], (Point{0, 0}));
-    EXPECT_EQ(Path::oval(Rect{}).elementCount(), 6);
     EXPECT_FALSE(Path::oval(Rect{}).containsPoint({0, 0}));
 }
 
