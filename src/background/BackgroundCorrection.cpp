@@ -15,39 +15,33 @@ void setAllThresholds(BackgroundSettings& settings, std::int32_t value) {
 }
 
 // A run of bytes covering whole pixels, laid out for a loop the compiler turns into vector
-// compares: a byte survives when it is above its limit or when its lane is kept whole.
+// compares: a byte survives when it is above its lane's limit. A limit of 0 keeps every byte (a 0
+// stays 0), which serves untouched channels and negative thresholds alike; no byte exceeds 255.
 constexpr std::size_t kPatternPixels = 32;
 
 struct LanePattern {
     std::size_t length = 0;
     std::array<std::uint8_t, 8 * kPatternPixels> above{};
-    std::array<std::uint8_t, 8 * kPatternPixels> keep{};
 };
 
-// Lane of a sample: `keep` it, or zero it unless it exceeds `above` (a threshold of 255 or more
-// zeroes everything because no byte exceeds 255).
 void setLane(LanePattern& p, std::size_t lane, std::size_t period, std::int32_t threshold) {
     for (std::size_t i = lane; i < p.length; i += period) {
-        p.keep[i] = threshold < 0 ? 0xff : 0;
         p.above[i] = std::uint8_t(std::clamp<std::int32_t>(threshold, 0, 255));
     }
 }
 
 void thresholdBytes(std::uint8_t* bytes, std::size_t n, const LanePattern& p) {
     const std::uint8_t* above = p.above.data();
-    const std::uint8_t* keep = p.keep.data();
     const std::size_t len = p.length;
     std::size_t i = 0;
     for (; i + len <= n; i += len) {
         std::uint8_t* b = bytes + i;
         for (std::size_t j = 0; j < len; ++j) {
-            const std::uint8_t v = b[j];
-            b[j] = std::uint8_t(v & (std::uint8_t(v > above[j] ? 0xff : 0) | keep[j]));
+            b[j] = b[j] > above[j] ? b[j] : 0;
         }
     }
     for (std::size_t j = 0; i < n; ++i, ++j) {
-        const std::uint8_t v = bytes[i];
-        bytes[i] = std::uint8_t(v & (std::uint8_t(v > above[j] ? 0xff : 0) | keep[j]));
+        bytes[i] = bytes[i] > above[j] ? bytes[i] : 0;
     }
 }
 
@@ -108,9 +102,6 @@ void removeBackground(const BitmapInfo& info, const PlaneArray& planes, int widt
     if (!planar) {
         LanePattern p;
         p.length = std::size_t(spp) * kPatternPixels;
-        for (long k = 0; k < spp; ++k) {
-            setLane(p, std::size_t(k), std::size_t(spp), -1);
-        }
         bool any = false;
         for (int k = 0; k < 3 && k < spp; ++k) {
             if (chosen(k)) {
