@@ -584,26 +584,20 @@ void PixmeraVeltroController::clearROICalculations() {
 }
 
 void PixmeraVeltroController::reflectWhitePixels() {
-    std::optional<Bitmap> copy = image_.currentDisplayedBitmap.copy();
-    if (!copy) {
-        port_.showError(Error{tr("There is not enough memory to reveal the pixels.")});
-        return;
-    }
-    image_.modifiedDisplayedBitmap = std::move(*copy);
-    image_.modifiedDisplayedBitmapArray = image_.modifiedDisplayedBitmap.planes();
     if (!scatterGramBitmap_) {
         port_.logMessage(kInitializationError);
         return;
     }
-    if (!revealPixels(image_.bitmapInfo, image_.currentDisplayedBitmapArray,
-                      image_.modifiedDisplayedBitmapArray, image_.currentImageRect,
-                      currentRegionSelection(), analysis_, analysisThreads_)) {
-        port_.logMessage(kInitializationError);
+    // The copy is painted as it is made; it becomes the revealed picture itself, since the
+    // bitmap would be let go right after anyway.
+    std::optional<Bitmap> painted =
+        revealedCopy(image_.currentDisplayedBitmap, image_.bitmapInfo, image_.currentImageRect,
+                     currentRegionSelection(), analysis_, analysisThreads_);
+    if (!painted) {
+        port_.showError(Error{tr("There is not enough memory to reveal the pixels.")});
+        return;
     }
-    // The painted copy becomes the revealed picture itself: it is let go right after anyway.
-    image_.revealedImage = image_.modifiedDisplayedBitmap.isEmpty()
-                               ? Picture()
-                               : Picture::at72dpi(std::move(image_.modifiedDisplayedBitmap));
+    image_.revealedImage = painted->isEmpty() ? Picture() : Picture::at72dpi(std::move(*painted));
     image_.modifiedDisplayedBitmap = Bitmap();
     image_.modifiedDisplayedBitmapArray = PlaneArray{};
     image_.revealCleared = false;

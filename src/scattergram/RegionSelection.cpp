@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <new>
 #include <system_error>
 #include <thread>
@@ -253,9 +254,14 @@ void computeColocalization_M1M2(AnalysisState& state) {
         double(state.sumROIColocPixelsXAxis) / double(state.sumROIPixelsXAxis);
 }
 
-bool revealPixels(const BitmapInfo& info, const PlaneArray& source, const PlaneArray& target,
-                  const Rect& rect, const RegionSelection& selection, const AnalysisState& state,
-                  unsigned threads) {
+namespace {
+
+// The reveal pass. With copyRows each worker first copies its share of the source's memory
+// rows (every plane, padding included) into the target, row by row just before painting it,
+// so a fresh copy costs one trip through memory instead of two.
+bool reveal(const BitmapInfo& info, const PlaneArray& source, const PlaneArray& target,
+            const Rect& rect, const RegionSelection& selection, const AnalysisState& state,
+            unsigned threads, bool copyRows) {
     const bool planar = info.isPlanar != 0;
     const auto readable = [planar](const PlaneArray& p) {
         return p[0] != nullptr && (!planar || (p[1] != nullptr && p[2] != nullptr));
@@ -265,10 +271,19 @@ bool revealPixels(const BitmapInfo& info, const PlaneArray& source, const PlaneA
         return true;
     }
     try {
+        const long memoryRows =
+            info.bytesPerRow > 0 ? long(info.bytesPerPlane / info.bytesPerRow) : 0;
         const std::vector<long> columns = visitedColumns(rect, long(info.width));
         const std::vector<long> rows = visitedMemoryRows(rect, long(info.height));
-        if (columns.empty() || rows.empty()) {
+        if (!copyRows && (columns.empty() || rows.empty())) {
             return true;
+        }
+        // Painting is idempotent, so a row visited twice needs painting once.
+        std::vector<std::uint8_t> visited(std::size_t(std::max(memoryRows, 0L)), 0);
+        for (long r : rows) {
+            if (r >= 0 && r < memoryRows) {
+                visited[std::size_t(r)] = 1;
+            }
         }
         const int combo = normalizedRGBCombo(state.rgbCombo);
         const ChannelPair pair = channelPairFor(combo);
@@ -300,20 +315,33 @@ bool revealPixels(const BitmapInfo& info, const PlaneArray& source, const PlaneA
         for (std::size_t k = 0; k < columns.size(); ++k) {
             contiguous = contiguous && columns[k] == columns[0] + long(k);
         }
+        const int planes = planar ? info.numberOfPlanes : 1;
 
         unsigned workers = threads;
         if (workers == 0) {
             workers = std::max(1u, std::thread::hardware_concurrency());
+            const std::size_t pixels =
+                std::size_t(memoryRows) * std::size_t(info.width > 0 ? long(info.width) : 0);
             workers = unsigned(std::min<std::size_t>(
-                workers,
-                std::max<std::size_t>(1, rows.size() * columns.size() / kMinPixelsPerWorker)));
+                workers, std::max<std::size_t>(1, pixels / kMinPixelsPerWorker)));
         }
-        workers = unsigned(std::min<std::size_t>(workers, rows.size()));
-        // Rows never share bytes, so workers paint side by side without locks.
+        workers = unsigned(std::max<long>(1, std::min<long>(long(workers), memoryRows)));
+        // Workers own disjoint ranges of memory rows, so they copy and paint without locks.
         auto share = [&](unsigned w) {
-            const std::size_t begin = rows.size() * w / workers;
-            const std::size_t end = rows.size() * (w + 1) / workers;
-            revealJob(l, rows.data() + begin, end - begin, columns, contiguous);
+            const long begin = memoryRows * long(w) / long(workers);
+            const long end = memoryRows * long(w + 1) / long(workers);
+            for (long r = begin; r < end; ++r) {
+                if (copyRows) {
+                    const std::size_t offset = std::size_t(r) * std::size_t(info.bytesPerRow);
+                    for (int k = 0; k < planes; ++k) {
+                        std::memcpy(target[std::size_t(k)] + offset,
+                                    source[std::size_t(k)] + offset, std::size_t(info.bytesPerRow));
+                    }
+                }
+                if (visited[std::size_t(r)] != 0 && !columns.empty()) {
+                    revealJob(l, &r, 1, columns, contiguous);
+                }
+            }
         };
         std::vector<std::thread> pool;
         pool.reserve(workers);
@@ -332,6 +360,36 @@ bool revealPixels(const BitmapInfo& info, const PlaneArray& source, const PlaneA
     } catch (const std::bad_alloc&) {
         return false;
     }
+}
+
+}  // namespace
+
+bool revealPixels(const BitmapInfo& info, const PlaneArray& source, const PlaneArray& target,
+                  const Rect& rect, const RegionSelection& selection, const AnalysisState& state,
+                  unsigned threads) {
+    return reveal(info, source, target, rect, selection, state, threads, false);
+}
+
+std::optional<Bitmap> revealedCopy(const Bitmap& source, const BitmapInfo& info, const Rect& rect,
+                                   const RegionSelection& selection, const AnalysisState& state,
+                                   unsigned threads) {
+    if (source.isEmpty()) {
+        return Bitmap();
+    }
+    std::optional<Bitmap> target =
+        Bitmap::create(source.pixelsWide(), source.pixelsHigh(), source.samplesPerPixel(),
+                       source.hasAlpha(), source.isPlanar(), source.bytesPerRow());
+    if (!target) {
+        return std::nullopt;
+    }
+    PlaneArray from{};
+    for (int k = 0; k < source.numberOfPlanes(); ++k) {
+        from[std::size_t(k)] = const_cast<std::uint8_t*>(source.plane(k));
+    }
+    if (!reveal(info, from, target->planes(), rect, selection, state, threads, true)) {
+        return std::nullopt;
+    }
+    return target;
 }
 
 void paintPixel(const BitmapInfo& info, const PlaneArray& planes, Point p, std::uint8_t red,

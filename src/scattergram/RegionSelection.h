@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "analysis/AnalysisPass.h"
@@ -59,6 +60,12 @@ void computeColocalization_M1M2(AnalysisState& state);
 bool revealPixels(const BitmapInfo& info, const PlaneArray& source, const PlaneArray& target,
                   const Rect& rect, const RegionSelection& selection, const AnalysisState& state,
                   unsigned threads = 0);
+
+// The same painting into a new copy of source (same layout) made in the same pass: the
+// revealed picture. Nothing when memory is short. info must describe source.
+std::optional<Bitmap> revealedCopy(const Bitmap& source, const BitmapInfo& info, const Rect& rect,
+                                   const RegionSelection& selection, const AnalysisState& state,
+                                   unsigned threads = 0);
 
 // Paints the pixel at an image point (the pixel-addressing rule; no bounds check).
 void paintPixel(const BitmapInfo& info, const PlaneArray& planes, Point p, std::uint8_t red,

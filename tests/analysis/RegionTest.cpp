@@ -258,6 +258,24 @@ TEST(Reveal, PaintsExactlyTheSelectedPixels) {
                     ASSERT_TRUE(revealPixels(img.info, img.planeArray(), target.planeArray(), rect,
                                              region.selection, state, threads));
                     EXPECT_EQ(target.planes, expected.planes) << threads << " threads";
+
+                    // Copying and painting in one pass gives the same bytes, padding included.
+                    const bool planar = layout == Layout::Planar;
+                    auto source =
+                        Bitmap::create(img.w, img.h, planar ? 3 : img.spp,
+                                       layout == Layout::PaddedRGBA, planar, img.bytesPerRow);
+                    for (std::size_t k = 0; k < img.planes.size(); ++k) {
+                        std::copy(img.planes[k].begin(), img.planes[k].end(),
+                                  source->plane(int(k)));
+                    }
+                    auto painted =
+                        revealedCopy(*source, img.info, rect, region.selection, state, threads);
+                    ASSERT_TRUE(painted);
+                    for (std::size_t k = 0; k < img.planes.size(); ++k) {
+                        const std::uint8_t* p = painted->plane(int(k));
+                        EXPECT_EQ(std::vector<std::uint8_t>(p, p + img.planes[k].size()),
+                                  expected.planes[k]);
+                    }
                 }
             }
         }
