@@ -133,24 +133,6 @@ std::vector<long> visitedIndices(float origin, float length, long limit, ToIndex
     return indices;
 }
 
-void resetPassResults(AnalysisState& state) {
-    state.redPixelCount = 0;
-    state.greenPixelCount = 0;
-    state.bluePixelCount = 0;
-    state.yellowPixelCount = 0;
-    state.magentaPixelCount = 0;
-    state.cyanPixelCount = 0;
-    state.totalPixelCount = 0;
-    state.sumPixelsXYAxis = 0;
-    state.sumPixelsXAxis = 0;
-    state.sumPixelsXSquaredAxis = 0;
-    state.sumPixelsYAxis = 0;
-    state.sumPixelsYSquaredAxis = 0;
-    state.sumPixelCount = 0;
-    state.sumColocPixelsXAxis = 0;
-    state.sumColocPixelsYAxis = 0;
-}
-
 // Below this many pixels per worker, starting a thread and merging its histogram costs more
 // than it saves.
 constexpr std::size_t kMinPixelsPerWorker = 1u << 18;
@@ -349,6 +331,24 @@ std::array<std::uint32_t, 256> thirdStateBinOffsets(const AnalysisState& state, 
         offsets[std::size_t(v)] = std::uint32_t(censusLevelState(v, level)) << 16;
     }
     return offsets;
+}
+
+void resetPassResults(AnalysisState& state) {
+    state.redPixelCount = 0;
+    state.greenPixelCount = 0;
+    state.bluePixelCount = 0;
+    state.yellowPixelCount = 0;
+    state.magentaPixelCount = 0;
+    state.cyanPixelCount = 0;
+    state.totalPixelCount = 0;
+    state.sumPixelsXYAxis = 0;
+    state.sumPixelsXAxis = 0;
+    state.sumPixelsXSquaredAxis = 0;
+    state.sumPixelsYAxis = 0;
+    state.sumPixelsYSquaredAxis = 0;
+    state.sumPixelCount = 0;
+    state.sumColocPixelsXAxis = 0;
+    state.sumColocPixelsYAxis = 0;
 }
 
 CensusClass censusClassOfBin(const AnalysisState& state, int rgbCombo, int third, int y, int x) {

@@ -49,6 +49,9 @@ CensusClass censusClassOfBin(const AnalysisState& state, int rgbCombo, int third
 // The count field of a class in the image census; null for None.
 std::int32_t* censusCountField(AnalysisState& state, CensusClass c);
 
+// Sets the seven census counts and the eight sums of a pass to 0.
+void resetPassResults(AnalysisState& state);
+
 // Per-pixel steps, the single-pixel definition the pass must agree with.
 // Census: adds 1 to totalPixelCount and to at most one class count.
 void countPixelInCensus(AnalysisState& state, PackedRGB value);

@@ -47,27 +47,12 @@ constexpr PairLabels kPairLabels[6] = {
     {"Blue", "Red", "Blue:", "Red:", "Magenta:"},  {"Blue", "Green", "Blue:", "Green:", "Cyan:"},
 };
 
-std::int32_t pureClassCount(const AnalysisState& s, int channel) {
-    switch (channel) {
-        case 0:
-            return s.redPixelCount;
-        case 1:
-            return s.greenPixelCount;
-        default:
-            return s.bluePixelCount;
-    }
-}
-
-// The class of pixels holding both channels of a pair: the one channel absent from it.
-std::int32_t mixedClassCount(const AnalysisState& s, int thirdChannel) {
-    switch (thirdChannel) {
-        case 2:
-            return s.yellowPixelCount;
-        case 1:
-            return s.magentaPixelCount;
-        default:
-            return s.cyanPixelCount;
-    }
+// The Y class, X class and mixed class of a pair, from a census of six classes given in the
+// order red, green, blue, yellow, magenta, cyan.
+std::array<std::int32_t, 3> pairClassCounts(int rgbCombo, const std::array<std::int32_t, 6>& c) {
+    const ChannelPair pair = channelPairFor(rgbCombo);
+    // The mixed class of a pair is named by the channel it lacks: blue → yellow, green → magenta.
+    return {c[std::size_t(pair.y)], c[std::size_t(pair.x)], c[std::size_t(5 - pair.third)]};
 }
 
 }  // namespace
@@ -277,12 +262,7 @@ void PixmeraVeltroController::prepareForCalculatingCoefficients() {
 }
 
 void PixmeraVeltroController::calculateScatterGram() {
-    AnalysisState& s = analysis_;
-    s.redPixelCount = s.greenPixelCount = s.bluePixelCount = 0;
-    s.yellowPixelCount = s.magentaPixelCount = s.cyanPixelCount = s.totalPixelCount = 0;
-    s.sumPixelsXYAxis = s.sumPixelsXAxis = s.sumPixelsXSquaredAxis = 0;
-    s.sumPixelsYAxis = s.sumPixelsYSquaredAxis = s.sumPixelCount = 0;
-    s.sumColocPixelsXAxis = s.sumColocPixelsYAxis = 0;
+    resetPassResults(analysis_);
 
     scatterGramBitmap_ = makeEmptyScatterGram();
     if (!scatterGramBitmap_) {
@@ -296,6 +276,18 @@ void PixmeraVeltroController::calculateScatterGram() {
                          image_.currentImageRect, analysis_, scatterGramData_, histogram_,
                          analysisThreads_)) {
         port_.logMessage(kInitializationError);
+    }
+}
+
+void PixmeraVeltroController::writeCountTexts(const std::array<std::string*, 4>& counts,
+                                              const std::array<std::string*, 4>& percents,
+                                              const std::array<std::int32_t, 3>& classes,
+                                              std::int32_t total) {
+    const std::int32_t shown[4] = {classes[0], classes[1], classes[2],
+                                   classes[0] + classes[1] + classes[2]};
+    for (std::size_t i = 0; i < 4; ++i) {
+        *counts[i] = format("%d", shown[i]);
+        *percents[i] = percentText(shown[i], total);
     }
 }
 
@@ -317,18 +309,14 @@ void PixmeraVeltroController::displayPixelInformation(int rgbCombo) {
     axisLabelColors_.yAxisColorText = pair.y;
     axisLabelColors_.xAxisColorText = pair.x;
 
-    const std::int32_t cY = pureClassCount(analysis_, pair.y);
-    const std::int32_t cX = pureClassCount(analysis_, pair.x);
-    const std::int32_t cXY = mixedClassCount(analysis_, pair.third);
-    const std::int32_t total = analysis_.totalPixelCount;
-    fields_.yAxisPixelCountText = format("%d", cY);
-    fields_.xAxisPixelCountText = format("%d", cX);
-    fields_.xyAxisPixelCountText = format("%d", cXY);
-    fields_.yAxisPixelPercentText = percentText(cY, total);
-    fields_.xAxisPixelPercentText = percentText(cX, total);
-    fields_.xyAxisPixelPercentText = percentText(cXY, total);
-    fields_.pixelCountTotal = format("%d", cY + cX + cXY);
-    fields_.pixelPercentTotal = percentText(cY + cX + cXY, total);
+    const AnalysisState& a = analysis_;
+    writeCountTexts({&fields_.yAxisPixelCountText, &fields_.xAxisPixelCountText,
+                     &fields_.xyAxisPixelCountText, &fields_.pixelCountTotal},
+                    {&fields_.yAxisPixelPercentText, &fields_.xAxisPixelPercentText,
+                     &fields_.xyAxisPixelPercentText, &fields_.pixelPercentTotal},
+                    pairClassCounts(p, {a.redPixelCount, a.greenPixelCount, a.bluePixelCount,
+                                        a.yellowPixelCount, a.magentaPixelCount, a.cyanPixelCount}),
+                    a.totalPixelCount);
     refresh();
 }
 
@@ -497,12 +485,7 @@ RegionSelection PixmeraVeltroController::currentRegionSelection() {
 }
 
 void PixmeraVeltroController::calculateROIPixelCount() {
-    AnalysisState& s = analysis_;
-    s.roiRedPixelCount = s.roiGreenPixelCount = s.roiBluePixelCount = 0;
-    s.roiYellowPixelCount = s.roiMagentaPixelCount = s.roiCyanPixelCount = 0;
-    s.roiTotalPixelCount = 0;
-    s.sumROIColocPixelsXAxis = s.sumROIColocPixelsYAxis = 0;
-    s.sumROIPixelsYAxis = s.sumROIPixelsXAxis = 0;
+    resetRegionResults(analysis_);
     // The counts come from the last pass's histogram of the working bitmap, so no copy of the
     // bitmap is made and no pixel is read here.
     if (!scatterGramBitmap_) {
@@ -516,26 +499,15 @@ void PixmeraVeltroController::calculateROIPixelCount() {
 }
 
 void PixmeraVeltroController::displayROIPixelCount() {
-    const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
-    const AnalysisState& s = analysis_;
-    auto pure = [&s](int channel) {
-        return channel == 0 ? s.roiRedPixelCount
-                            : (channel == 1 ? s.roiGreenPixelCount : s.roiBluePixelCount);
-    };
-    const std::int32_t yc = pure(pair.y);
-    const std::int32_t xc = pure(pair.x);
-    const std::int32_t xyc = pair.third == 2
-                                 ? s.roiYellowPixelCount
-                                 : (pair.third == 1 ? s.roiMagentaPixelCount : s.roiCyanPixelCount);
-    const std::int32_t total = s.roiTotalPixelCount;
-    fields_.yAxisROIPixelCountText = format("%d", yc);
-    fields_.xAxisROIPixelCountText = format("%d", xc);
-    fields_.xyAxisROIPixelCountText = format("%d", xyc);
-    fields_.yAxisROIPixelPercentText = percentText(yc, total);
-    fields_.xAxisROIPixelPercentText = percentText(xc, total);
-    fields_.xyAxisROIPixelPercentText = percentText(xyc, total);
-    fields_.pixelCountROITotal = format("%d", yc + xc + xyc);
-    fields_.pixelROIPercentTotal = percentText(yc + xc + xyc, total);
+    const AnalysisState& a = analysis_;
+    writeCountTexts({&fields_.yAxisROIPixelCountText, &fields_.xAxisROIPixelCountText,
+                     &fields_.xyAxisROIPixelCountText, &fields_.pixelCountROITotal},
+                    {&fields_.yAxisROIPixelPercentText, &fields_.xAxisROIPixelPercentText,
+                     &fields_.xyAxisROIPixelPercentText, &fields_.pixelROIPercentTotal},
+                    pairClassCounts(a.rgbCombo, {a.roiRedPixelCount, a.roiGreenPixelCount,
+                                                 a.roiBluePixelCount, a.roiYellowPixelCount,
+                                                 a.roiMagentaPixelCount, a.roiCyanPixelCount}),
+                    a.roiTotalPixelCount);
     setROIPixelInfo(true);
 }
 

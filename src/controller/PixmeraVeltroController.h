@@ -169,6 +169,10 @@ class PixmeraVeltroController : public PixmeraController {
   private:
     void refresh() { port_.refreshControls(); }
     std::string percentText(std::int32_t count, std::int32_t total) const;
+    // Counts and percentages of the Y, X and mixed classes and of their sum.
+    void writeCountTexts(const std::array<std::string*, 4>& counts,
+                         const std::array<std::string*, 4>& percents,
+                         const std::array<std::int32_t, 3>& classes, std::int32_t total);
     // The bins the view's current region stands for (the single-colour test without one).
     RegionSelection currentRegionSelection();
 

@@ -15,20 +15,6 @@ namespace {
 
 constexpr std::size_t kPairBins = 256 * 256;
 
-void resetRegionResults(AnalysisState& state) {
-    state.roiRedPixelCount = 0;
-    state.roiGreenPixelCount = 0;
-    state.roiBluePixelCount = 0;
-    state.roiYellowPixelCount = 0;
-    state.roiMagentaPixelCount = 0;
-    state.roiCyanPixelCount = 0;
-    state.roiTotalPixelCount = 0;
-    state.sumROIColocPixelsXAxis = 0;
-    state.sumROIColocPixelsYAxis = 0;
-    state.sumROIPixelsYAxis = 0;
-    state.sumROIPixelsXAxis = 0;
-}
-
 std::int32_t* roiCensusCountField(AnalysisState& state, CensusClass c) {
     switch (c) {
         case CensusClass::Red:
@@ -177,6 +163,20 @@ void countCoefficientsM1M2(AnalysisState& state, PackedRGB value) {
     if (x > 0) {
         state.sumROIPixelsXAxis += x;
     }
+}
+
+void resetRegionResults(AnalysisState& state) {
+    state.roiRedPixelCount = 0;
+    state.roiGreenPixelCount = 0;
+    state.roiBluePixelCount = 0;
+    state.roiYellowPixelCount = 0;
+    state.roiMagentaPixelCount = 0;
+    state.roiCyanPixelCount = 0;
+    state.roiTotalPixelCount = 0;
+    state.sumROIColocPixelsXAxis = 0;
+    state.sumROIColocPixelsYAxis = 0;
+    state.sumROIPixelsYAxis = 0;
+    state.sumROIPixelsXAxis = 0;
 }
 
 void countRegion(const PairHistogram& histogram, const RegionSelection& selection,

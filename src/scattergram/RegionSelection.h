@@ -42,6 +42,9 @@ bool roiSingleSelectedColorMatched(int rgbCombo, Point mouseUpHere, PackedRGB va
 void countPixelsInScatterGramROI(AnalysisState& state, PackedRGB value);
 void countCoefficientsM1M2(AnalysisState& state, PackedRGB value);
 
+// Sets the seven ROI counts and the four ROI sums to 0.
+void resetRegionResults(AnalysisState& state);
+
 // Resets the seven ROI counts and four ROI sums, then counts every pixel of the last pass whose
 // bin is selected, as the per-pixel steps would over the same pixels. The histogram must be the
 // one of the current pass (its pair is the one counted); its cost does not depend on the image.
