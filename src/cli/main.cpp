@@ -187,6 +187,12 @@ std::string joinRow(const std::vector<std::string>& cells) {
 class Progress {
   public:
     Progress(std::size_t total, bool enabled) : total_(total), enabled_(enabled) {}
+    // Makes room for a message on the progress line.
+    void clearLine() {
+        if (enabled_) {
+            std::fputs("\r\033[K", stderr);
+        }
+    }
     void step() {
         if (!enabled_) {
             return;
@@ -263,14 +269,13 @@ int main(int argc, char** argv) {
         for (std::size_t i = next++; i < count; i = next++) {
             ImageOutcome outcome = analyseImage(o, o.images[i], passThreads);
             std::lock_guard<std::mutex> lock(mutex);
-            if (progress.step(), !outcome.failures.empty()) {
-                if (table && isatty(STDERR_FILENO)) {
-                    std::fputs("\r\033[K", stderr);
-                }
+            if (!outcome.failures.empty()) {
+                progress.clearLine();
                 for (const std::string& line : outcome.failures) {
                     std::cerr << line << "\n";
                 }
             }
+            progress.step();
             allOk = allOk && outcome.ok;
             outcomes[i] = std::move(outcome);
             finished[i] = true;
