@@ -30,20 +30,15 @@ struct Sample {
 };
 
 std::vector<Sample> writeSamples(const TempDir& dir) {
-    testing::TiffSpec t;
-    t.wide = 23;
-    t.high = 17;
+    testing::TiffSpec t{23, 17};
     t.rowsPerStrip = 3;
     testing::writeTiff(dir.file("strips.tif"), t, testing::pattern(23 * 17 * 3, 256));
     t.tiled = t.planar = true;
     t.bits = 16;
     t.compression = COMPRESSION_LZW;
     testing::writeTiff(dir.file("tiles.tif"), t, testing::pattern(23 * 17 * 3, 65536));
-    testing::PngSpec p{23, 17};
-    testing::writePng(dir.file("p.png"), p, testing::pattern(23 * 17 * 3, 256));
-    p.bits = 16;
-    p.interlaced = true;
-    testing::writePng(dir.file("p16.png"), p, testing::pattern(23 * 17 * 3, 65536));
+    testing::writePng(dir.file("p.png"), {23, 17, PNG_COLOR_TYPE_RGB, 16, true},
+                      testing::pattern(23 * 17 * 3, 65536));
     std::vector<std::uint8_t> rgb(23 * 17 * 3);
     for (std::size_t i = 0; i < rgb.size(); ++i) {
         rgb[i] = std::uint8_t(i * 37);
@@ -52,33 +47,27 @@ std::vector<Sample> writeSamples(const TempDir& dir) {
     testing::writeBytes(
         dir.file("b.bmp"),
         testing::makeBmp(2, 2, 24, 0, {}, {}, {1, 2, 3, 4, 5, 6, 0, 0, 7, 8, 9, 10, 11, 12, 0, 0}));
-    return {{dir.file("strips.tif"), 0}, {dir.file("tiles.tif"), 0}, {dir.file("p.png"), 12},
-            {dir.file("p16.png"), 12},   {dir.file("j.jpg"), 2},     {dir.file("b.bmp"), 0}};
+    return {{dir.file("strips.tif"), 0},
+            {dir.file("tiles.tif"), 0},
+            {dir.file("p.png"), 12},
+            {dir.file("j.jpg"), 2},
+            {dir.file("b.bmp"), 0}};
 }
 
-TEST(DamagedFiles, TruncatedFilesAreRefusedWithAReason) {
+// Every cut is refused unless only the tolerated tail is missing; no flipped byte crashes.
+TEST(DamagedFiles, TruncatedOrCorruptFilesAreRefusedWithAReason) {
     TempDir dir;
     for (const Sample& s : writeSamples(dir)) {
         SCOPED_TRACE(s.path);
         const auto whole = testing::readBytes(s.path);
         ASSERT_TRUE(readImageFile(s.path).ok());
-        const std::string cut = dir.file("cut" + s.path.substr(s.path.rfind('.')));
-        for (std::size_t length = 0; length < whole.size(); ++length) {
-            SCOPED_TRACE(length);
-            testing::writeBytes(cut, {whole.begin(), whole.begin() + std::ptrdiff_t(length)});
-            expectCleanRefusalOrPicture(cut, length + s.tolerance < whole.size());
-        }
-    }
-}
-
-TEST(DamagedFiles, FlippedBytesNeverCrash) {
-    TempDir dir;
-    for (const Sample& s : writeSamples(dir)) {
-        SCOPED_TRACE(s.path);
-        const auto whole = testing::readBytes(s.path);
         const std::string bad = dir.file("bad" + s.path.substr(s.path.rfind('.')));
+        for (std::size_t length = 0; length < whole.size(); ++length) {
+            testing::writeBytes(bad, {whole.begin(), whole.begin() + std::ptrdiff_t(length)});
+            expectCleanRefusalOrPicture(bad, length + s.tolerance < whole.size());
+        }
         for (std::uint8_t value : {0x00, 0xff, 0x7f}) {
-            for (std::size_t at = 0; at<whole.size(); at += whole.size()> 600 ? 3 : 1) {
+            for (std::size_t at = 0; at < whole.size(); at += (whole.size() > 600 ? 3 : 1)) {
                 auto bytes = whole;
                 bytes[at] = bytes[at] == value ? std::uint8_t(~value) : value;
                 testing::writeBytes(bad, bytes);
@@ -113,32 +102,24 @@ std::vector<std::uint8_t> handMadeTiff(std::uint32_t side = 4) {
     return b;
 }
 
-TEST(DamagedFiles, CutInsidePixelDataSaysTheFileEndsEarly) {
-    TempDir dir;
-    const auto samples = writeSamples(dir);
-    testing::writeBytes(dir.file("t.tif"), handMadeTiff());
-    ASSERT_TRUE(readImageFile(dir.file("t.tif")).ok());
-    // libtiff writes its directory last, so only the hand-made TIFF loses just pixels.
-    for (const std::string& path :
-         {dir.file("t.tif"), samples[2].path, samples[4].path, samples[5].path}) {
-        auto bytes = testing::readBytes(path);
-        bytes.resize(path == dir.file("t.tif") ? bytes.size() - 5 : bytes.size() * 3 / 4);
-        testing::writeBytes(path, bytes);
-        ::testing::internal::CaptureStderr();
-        auto picture = readImageFile(path);
-        EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
-        ASSERT_FALSE(picture.ok()) << path;
-        EXPECT_EQ(picture.error().message, path + ": the file ends before the picture is complete");
-    }
-}
-
-TEST(DamagedFiles, FileSystemProblemsAndForeignFilesHaveTheirOwnWords) {
+TEST(DamagedFiles, FileSystemForeignHugeAndCutFilesHaveTheirOwnWords) {
     TempDir dir;
     testing::writeBytes(dir.file("empty.tif"), {});
     testing::writeBytes(dir.file("notes.tif"), {'h', 'e', 'l', 'l', 'o', '\n'});
     testing::writeBytes(dir.file("locked.png"), {0x89, 'P', 'N', 'G'});
     chmod(dir.file("locked.png").c_str(), 0);
     testing::writeTiff(dir.file("really-a-tiff.pict"), {}, testing::pattern(4 * 3 * 3, 256));
+    testing::writeBytes(dir.file("huge.tif"), handMadeTiff(60000));
+    // libtiff writes its directory last, so only the hand-made TIFF loses just pixels.
+    auto cut = handMadeTiff();
+    testing::writeBytes(dir.file("cut.tif"), {cut.begin(), cut.end() - 5});
+    const std::string ends = "the file ends before the picture is complete";
+    const auto samples = writeSamples(dir);
+    for (std::size_t i : {2u, 3u, 4u}) {  // PNG, JPEG, BMP
+        cut = testing::readBytes(samples[i].path);
+        cut.resize(cut.size() * 3 / 4);
+        testing::writeBytes(samples[i].path, cut);
+    }
     const struct {
         std::string path, reason;
     } table[] = {{dir.file("missing.tif"), "the file does not exist"},
@@ -148,26 +129,21 @@ TEST(DamagedFiles, FileSystemProblemsAndForeignFilesHaveTheirOwnWords) {
                   "not a picture file this program can read (TIFF, PNG, JPEG or BMP)"},
                  {dir.file("really-a-tiff.pict"),
                   "PICT pictures are not supported; convert the file to TIFF or PNG."},
-                 {dir.file("locked.png"), "you do not have permission to read the file"}};
+                 {dir.file("locked.png"), "you do not have permission to read the file"},
+                 {dir.file("huge.tif"), "the picture is too large: 60000 x 60000 pixels"},
+                 {dir.file("cut.tif"), ends},
+                 {samples[2].path, ends},
+                 {samples[3].path, ends},
+                 {samples[4].path, ends}};
     for (const auto& c : table) {
         if (c.path == dir.file("locked.png") && geteuid() == 0) {
             continue;  // root reads everything
         }
         auto picture = readImageFile(c.path);
         ASSERT_FALSE(picture.ok()) << c.path;
-        EXPECT_EQ(picture.error().message, c.path + ": " + c.reason);
+        EXPECT_EQ(picture.error().message.substr(0, c.path.size() + 2 + c.reason.size()),
+                  c.path + ": " + c.reason);  // the size refusal may say more
     }
-}
-
-TEST(DamagedFiles, PicturesTooLargeForABitmapAreRefusedBeforeReading) {
-    TempDir dir;
-    testing::writeBytes(dir.file("huge.tif"), handMadeTiff(60000));
-    auto picture = readImageFile(dir.file("huge.tif"));
-    ASSERT_FALSE(picture.ok());
-    EXPECT_NE(picture.error().message.find(dir.file("huge.tif") +
-                                           ": the picture is too large: 60000 x 60000 pixels"),
-              std::string::npos)
-        << picture.error().message;
 }
 
 TEST(ImageKinds, ContentDecidesNotTheName) {
@@ -181,11 +157,7 @@ TEST(ImageKinds, ContentDecidesNotTheName) {
     for (const auto& c : table) {
         EXPECT_EQ(detectImageKind(c.head), c.kind);
     }
-    TempDir dir;
-    testing::writeTiff(dir.file("photo.jpg"), {}, testing::pattern(4 * 3 * 3, 256));
-    EXPECT_EQ(imageKindOfFile(dir.file("photo.jpg")), ImageKind::TIFF);
-    EXPECT_TRUE(readImageFile(dir.file("photo.jpg")).ok());
-    EXPECT_EQ(imageKindOfFile(dir.file("nothing")), ImageKind::Unknown);
+    EXPECT_EQ(imageKindOfFile("/nonexistent/nothing"), ImageKind::Unknown);
 }
 
 }  // namespace

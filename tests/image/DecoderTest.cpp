@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <tuple>
 
 #include "image/ImageFile.h"
 #include "image/ImageTestFiles.h"
@@ -8,11 +9,6 @@ namespace pv {
 namespace {
 
 using testing::TempDir;
-
-std::string refusal(const std::string& path) {
-    auto picture = readImageFile(path);
-    return picture.ok() ? "decoded" : picture.error().message;
-}
 
 std::uint8_t level(double v, double top) {
     return top == 0 ? 0 : std::uint8_t(std::lround(v * 255.0 / top));
@@ -70,23 +66,16 @@ TEST(TiffDecoder, DeliversEightBitRGBInTheFilesLayout) {
     } cases[] = {
         {"rgb8", tiff(3, 8, RGB)},
         {"rgb8 lzw", tiff(3, 8, RGB, false, false, COMPRESSION_LZW)},
-        {"rgb8 deflate", tiff(3, 8, RGB, false, false, COMPRESSION_ADOBE_DEFLATE)},
-        {"rgb8 packbits", tiff(3, 8, RGB, false, false, COMPRESSION_PACKBITS)},
         {"rgb8 planar", tiff(3, 8, RGB, true)},
-        {"rgb8 planar tiled", tiff(3, 8, RGB, true, true)},
-        {"rgb8 tiled lzw", tiff(3, 8, RGB, false, true, COMPRESSION_LZW)},
-        {"rgba8 planar", tiff(4, 8, RGB, true)},
+        {"rgba8 planar tiled", tiff(4, 8, RGB, true, true)},
         {"rgb16", tiff(3, 16, RGB)},
-        {"rgba16", tiff(4, 16, RGB)},
-        {"rgb16 planar tiled", tiff(3, 16, RGB, true, true)},
+        {"rgba16 planar tiled", tiff(4, 16, RGB, true, true)},
         {"rgb16 all zero stays black", tiff(3, 16, RGB), 1},
-        {"grey8", tiff(1, 8, GREY)},
         {"grey4", tiff(1, 4, GREY)},
         {"bilevel min-is-white", tiff(1, 1, WHITE)},
         {"grey16 min-is-white", tiff(1, 16, WHITE)},
         {"grey+alpha planar", tiff(2, 8, GREY, true)},
         {"grey16+alpha", tiff(2, 16, GREY)},
-        {"palette8", tiff(1, 8, PALETTE)},
         {"palette4", tiff(1, 4, PALETTE)},
         {"palette8 tiled", tiff(1, 8, PALETTE, false, true)},
     };
@@ -100,11 +89,9 @@ TEST(TiffDecoder, DeliversEightBitRGBInTheFilesLayout) {
         auto picture = readImageFile(dir.file("t.tif"));
         ASSERT_TRUE(picture.ok()) << picture.error().message;
         const Bitmap& b = *picture->bitmap;
-        const bool alpha = s.samples == 2 || s.samples == 4;
-        EXPECT_EQ(b.isPlanar(), s.planar);
-        EXPECT_EQ(b.samplesPerPixel(), alpha ? 4 : 3);
-        EXPECT_EQ(b.hasAlpha(), alpha);
-        EXPECT_EQ(picture->size, (Size{float(s.wide), float(s.high)}));
+        const bool alpha = s.samples % 2 == 0;
+        EXPECT_EQ(std::tuple(b.isPlanar(), b.samplesPerPixel(), b.hasAlpha(), picture->size),
+                  std::tuple(s.planar, alpha ? 4 : 3, alpha, Size{float(s.wide), float(s.high)}));
         EXPECT_EQ(testing::meshedSamples(b), expectedRGBA(s, samples));
     }
 }
@@ -123,33 +110,38 @@ TEST(TiffDecoder, SixteenBitColoursShareOneFactorAndAlphaKeepsItsOwn) {
     EXPECT_EQ(testing::meshedSamples(*picture->bitmap), expected);
 }
 
-TEST(TiffDecoder, ResolutionGivesThePictureSizeInPoints) {
-    const struct {
-        float x, y;
-        int unit;
-        Size expected;  // for 600 x 400 pixels
-    } table[] = {
-        {300, 300, RESUNIT_INCH, {144, 96}},
-        {150, 300, RESUNIT_INCH, {288, 96}},
-        {300 / 2.54f, 300 / 2.54f, RESUNIT_CENTIMETER, {144, 96}},
-        {300, 300, RESUNIT_NONE, {600, 400}},
-        {0, 0, RESUNIT_INCH, {600, 400}},  // no tags
-    };
+// 37 x 21 pixels; TIFF resolution, PNG pHYs and BMP pixels per metre all give points.
+TEST(Decoders, ResolutionGivesThePictureSizeInPoints) {
     TempDir dir;
-    for (const auto& r : table) {
-        SCOPED_TRACE(std::to_string(r.x) + " unit " + std::to_string(r.unit));
+    const auto tif = [&](const char* name, float x, float y, int unit) {
         auto s = tiff(3, 8, PHOTOMETRIC_RGB);
-        s.wide = 600;
-        s.high = 400;
-        s.rowsPerStrip = 16;
-        s.xres = r.x;
-        s.yres = r.y;
-        s.unit = r.unit;
-        testing::writeTiff(dir.file("r.tif"), s, testing::pattern(600 * 400 * 3, 256));
-        auto picture = readImageFile(dir.file("r.tif"));
+        s.xres = x, s.yres = y, s.unit = unit;
+        testing::writeTiff(dir.file(name), s, testing::pattern(37 * 21 * 3, 256));
+        return dir.file(name);
+    };
+    testing::PngSpec png{37, 21};
+    png.pixelsPerMetre = 11811;  // 299.9994 dpi
+    testing::writePng(dir.file("p.png"), png, testing::pattern(37 * 21 * 3, 256));
+    testing::writeBytes(dir.file("b.bmp"),
+                        testing::makeBmp(1, 1, 24, 0, {}, {}, {1, 2, 3, 0}, 11811));
+    const float dpm = 72.0f / (11811 * 0.0254f);  // points per pixel at 11811 per metre
+    const struct {
+        std::string path;
+        Size expected;
+    } table[] = {
+        {tif("a.tif", 300, 300, RESUNIT_INCH), {37 * 0.24f, 21 * 0.24f}},
+        {tif("b.tif", 150, 300, RESUNIT_INCH), {37 * 0.48f, 21 * 0.24f}},
+        {tif("c.tif", 300 / 2.54f, 300 / 2.54f, RESUNIT_CENTIMETER), {37 * 0.24f, 21 * 0.24f}},
+        {tif("d.tif", 300, 300, RESUNIT_NONE), {37, 21}},
+        {tif("e.tif", 0, 0, RESUNIT_INCH), {37, 21}},  // no tags
+        {dir.file("p.png"), {37 * dpm, 21 * dpm}},
+        {dir.file("b.bmp"), {dpm, dpm}},
+    };
+    for (const auto& r : table) {
+        auto picture = readImageFile(r.path);
         ASSERT_TRUE(picture.ok()) << picture.error().message;
-        EXPECT_NEAR(picture->size.width, r.expected.width, 1e-3);
-        EXPECT_NEAR(picture->size.height, r.expected.height, 1e-3);
+        EXPECT_NEAR(picture->size.width, r.expected.width, 1e-3) << r.path;
+        EXPECT_NEAR(picture->size.height, r.expected.height, 1e-3) << r.path;
     }
 }
 
@@ -177,17 +169,6 @@ TEST(PngDecoder, ExpandsEveryColourTypeToEightBitRGB) {
     }
 }
 
-TEST(PngDecoder, PhysInMetresGivesDotsPerInch) {
-    testing::PngSpec s{600, 400};
-    s.pixelsPerMetre = 11811;  // 299.9994 dpi
-    TempDir dir;
-    testing::writePng(dir.file("p.png"), s, testing::pattern(600 * 400 * 3, 256));
-    auto picture = readImageFile(dir.file("p.png"));
-    ASSERT_TRUE(picture.ok()) << picture.error().message;
-    EXPECT_NEAR(picture->size.width, 600.0 / (11811 * 0.0254) * 72.0, 1e-3);
-    EXPECT_NEAR(picture->size.height, 400.0 / (11811 * 0.0254) * 72.0, 1e-3);
-}
-
 TEST(JpegDecoder, ReadsColourAndGreyWithTheirDensity) {
     const struct {
         int components, unit, density;
@@ -195,53 +176,44 @@ TEST(JpegDecoder, ReadsColourAndGreyWithTheirDensity) {
     } table[] = {{3, 0, 1, 64}, {3, 1, 300, 64.0f * 72 / 300}, {1, 2, 100, 64.0f * 72 / 254}};
     TempDir dir;
     for (const auto& c : table) {
-        SCOPED_TRACE(c.components);
-        // Flat colour survives JPEG closely enough to check the channels.
-        std::vector<std::uint8_t> samples;
-        for (int i = 0; i < 64 * 32; ++i) {
-            const std::uint8_t rgb[3] = {200, 40, 90};
-            samples.insert(samples.end(), rgb, rgb + c.components);
+        // Flat colour survives JPEG closely enough to check the channels; grey repeats red.
+        const int rgb[3] = {200, 40, 90};
+        std::vector<std::uint8_t> samples(std::size_t(64 * 32 * c.components));
+        for (std::size_t i = 0; i < samples.size(); ++i) {
+            samples[i] = std::uint8_t(rgb[i % std::size_t(c.components)]);
         }
         testing::writeJpeg(dir.file("j.jpg"), 64, 32, c.components, samples, c.unit, c.density);
         auto picture = readImageFile(dir.file("j.jpg"));
         ASSERT_TRUE(picture.ok()) << picture.error().message;
         EXPECT_EQ(picture->bitmap->samplesPerPixel(), 3);
         EXPECT_NEAR(picture->size.width, c.pointsWide, 1e-3);
-        const std::uint8_t* px = picture->bitmap->row(0, 17) + 3 * 40;
-        EXPECT_NEAR(px[0], 200, 2);
-        EXPECT_NEAR(px[1], c.components == 1 ? 200 : 40, 2);
-        EXPECT_NEAR(px[2], c.components == 1 ? 200 : 90, 2);
+        for (int k = 0; k < 3; ++k) {
+            EXPECT_NEAR(picture->bitmap->row(0, 17)[3 * 40 + k], rgb[c.components == 1 ? 0 : k], 2);
+        }
     }
 }
 
-TEST(BmpDecoder, ReadsEveryDepthEitherWayUp) {
+TEST(BmpDecoder, ReadsEveryDepthEitherWayUpAndRefusesRunLength) {
     TempDir dir;
+    const std::string path = dir.file("b.bmp");
     // Three by two pixels; stored rows bottom first, padded to 4 bytes; pixels 0xAARRGGBB.
     auto check = [&](int bpp, std::vector<std::uint32_t> palette, std::vector<std::uint32_t> masks,
-                     std::vector<std::uint8_t> stored, std::vector<std::uint32_t> pixels) {
+                     std::vector<std::uint8_t> rows, std::vector<std::uint32_t> pixels) {
         const bool alpha = masks.size() == 4;
         std::vector<std::uint8_t> expected;
         for (std::uint32_t px : pixels) {
-            for (int shift : {16, 8, 0, alpha ? 24 : -1}) {
-                if (shift >= 0) {
-                    expected.push_back(std::uint8_t(px >> shift));
-                }
+            for (int shift = 16; shift >= (alpha ? -8 : 0); shift -= 8) {
+                expected.push_back(std::uint8_t(px >> (shift & 31)));  // -8: alpha, bits 24-31
             }
         }
-        for (bool topDown : {false, true}) {
-            SCOPED_TRACE(::testing::Message() << bpp << " bits, top down " << topDown);
-            auto rows = stored;
-            if (topDown) {
-                std::rotate(rows.begin(), rows.begin() + std::ptrdiff_t(rows.size() / 2),
-                            rows.end());
-            }
-            testing::writeBytes(dir.file("b.bmp"),
-                                testing::makeBmp(3, topDown ? -2 : 2, bpp, masks.empty() ? 0 : 3,
-                                                 palette, masks, rows));
-            auto picture = readImageFile(dir.file("b.bmp"));
+        for (int high : {2, -2}) {  // negative: stored top row first
+            testing::writeBytes(
+                path, testing::makeBmp(3, high, bpp, masks.empty() ? 0 : 3, palette, masks, rows));
+            auto picture = readImageFile(path);
             ASSERT_TRUE(picture.ok()) << picture.error().message;
-            EXPECT_EQ(picture->bitmap->hasAlpha(), alpha);
-            EXPECT_EQ(testing::meshedSamples(*picture->bitmap), expected);
+            EXPECT_EQ(picture->bitmap->hasAlpha(), alpha) << bpp;
+            EXPECT_EQ(testing::meshedSamples(*picture->bitmap), expected) << bpp << " " << high;
+            std::rotate(rows.begin(), rows.begin() + std::ptrdiff_t(rows.size() / 2), rows.end());
         }
     };
     const std::vector<std::uint32_t> pal = {0x000000, 0xff0000, 0x00ff00, 0x0000ff};
@@ -264,25 +236,14 @@ TEST(BmpDecoder, ReadsEveryDepthEitherWayUp) {
     check(32, {}, {0x0000ff00, 0x00ff0000, 0xff000000, 0x000000ff},
           {7, 1, 2, 3, 8, 4, 5, 6, 9, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21},
           {0x0a0b0c0d, 0x0e0f1011, 0x12131415, 0x07010203, 0x08040506, 0x09070809});
-}
-
-TEST(BmpDecoder, ResolutionAndRefusals) {
-    TempDir dir;
-    const std::string path = dir.file("b.bmp");
-    testing::writeBytes(path, testing::makeBmp(1, 1, 24, 0, {}, {}, {1, 2, 3, 0}, 11811));
-    auto picture = readImageFile(path);
-    ASSERT_TRUE(picture.ok()) << picture.error().message;
-    EXPECT_NEAR(picture->size.width, 72.0 / (11811 * 0.0254), 1e-5);
 
     testing::writeBytes(path, testing::makeBmp(1, 1, 8, 1, {0}, {}, {0, 0, 0, 1}));
-    EXPECT_EQ(refusal(path),
+    auto refused = readImageFile(path);
+    ASSERT_FALSE(refused.ok());
+    EXPECT_EQ(refused.error().message,
               path +
                   ": compressed (RLE) BMP pictures are not supported; save the picture "
                   "uncompressed or as TIFF");
-    testing::writeBytes(path, testing::makeBmp(1, 1, 2, 0, {0, 0, 0, 0}, {}, {0, 0, 0, 0}));
-    const std::string message = refusal(path);
-    EXPECT_EQ(message.rfind(path + ": ", 0), 0u);
-    EXPECT_NE(message.find("2 bits per pixel are not supported"), std::string::npos);
 }
 
 }  // namespace

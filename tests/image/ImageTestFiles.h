@@ -176,18 +176,13 @@ inline void writePng(const std::string& path, const PngSpec& s,
         png_set_pHYs(png, info, s.pixelsPerMetre, s.pixelsPerMetre, PNG_RESOLUTION_METER);
     }
     png_write_info(png, info);
-    const std::size_t perRow = samples.size() / std::size_t(s.high);
-    std::vector<std::vector<std::uint8_t>> rows;
-    std::vector<png_bytep> pointers;
+    // 8 or 16 bits only, so rows need no bit padding and one packed run holds them all.
+    auto all = packRow(samples, s.bits, true);
+    std::vector<png_bytep> rows;
     for (std::size_t y = 0; y < std::size_t(s.high); ++y) {
-        rows.push_back(packRow({samples.begin() + std::ptrdiff_t(y * perRow),
-                                samples.begin() + std::ptrdiff_t((y + 1) * perRow)},
-                               s.bits, true));
+        rows.push_back(all.data() + y * all.size() / std::size_t(s.high));
     }
-    for (auto& r : rows) {
-        pointers.push_back(r.data());
-    }
-    png_write_image(png, pointers.data());
+    png_write_image(png, rows.data());
     png_write_end(png, nullptr);
     png_destroy_write_struct(&png, &info);
     std::fclose(f);
@@ -229,7 +224,7 @@ inline std::vector<std::uint8_t> makeBmp(int wide, int high, int bpp, std::uint3
                                          const std::vector<std::uint8_t>& rows,
                                          std::uint32_t pixelsPerMetre = 0) {
     std::vector<std::uint8_t> b = {'B', 'M'};
-    auto u32 = [&](std::uint32_t v) {
+    const auto u32 = [&](std::uint32_t v) {
         for (int i = 0; i < 4; ++i) {
             b.push_back(std::uint8_t(v >> (8 * i)));
         }

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "image/ImageTestFiles.h"
 #include "image/Normalization.h"
 
@@ -50,21 +52,18 @@ TEST(Normalization, CombinedEffectOfBothConversions) {
                     ASSERT_TRUE(converted.ok());
                     const Picture shown = converted->has_value() ? **converted : *b;
 
-                    if (!planar && dpi == 72.0f) {
-                        EXPECT_EQ(b->bitmap, file.bitmap)
-                            << "a 72-dpi meshed picture is passed on as is";
+                    if (!planar && dpi == 72.0f) {  // passed on as is
+                        EXPECT_EQ(b->bitmap, file.bitmap);
                         EXPECT_FALSE(converted->has_value());
                         continue;
                     }
-                    EXPECT_EQ(b->bitmap->isPlanar(), planar)
-                        << "the resolution step keeps the layout";
-                    EXPECT_EQ(converted->has_value(), planar);
+                    // The resolution step keeps the layout; only a planar one is converted.
+                    EXPECT_EQ(std::pair(b->bitmap->isPlanar(), converted->has_value()),
+                              std::pair(planar, planar));
                     const Bitmap& s = *shown.bitmap;
-                    EXPECT_FALSE(s.isPlanar());
-                    EXPECT_EQ(s.samplesPerPixel(), 3);
-                    EXPECT_FALSE(s.hasAlpha());
-                    EXPECT_EQ(s.bytesPerRow(), 3 * w);
-                    EXPECT_EQ(shown.size, (Size{float(w), float(h)}));
+                    EXPECT_EQ(std::tuple(s.isPlanar(), s.samplesPerPixel(), s.hasAlpha(),
+                                         s.bytesPerRow(), shown.size),
+                              std::tuple(false, 3, false, 3 * w, Size{float(w), float(h)}));
                     EXPECT_EQ(std::vector<std::uint8_t>(s.plane(0), s.plane(0) + s.bytesPerPlane()),
                               expected);
                 }
@@ -78,20 +77,16 @@ TEST(Normalization, EmptyPictureNeedsNothing) {
     info.horizontalDPI = 5.0f;
     const Picture empty;
     auto b = convertNon72dpiImages(empty, info);
-    ASSERT_TRUE(b.ok());
-    EXPECT_TRUE(b->isEmpty());
-    EXPECT_EQ(info.horizontalDPI, 0.0f);
-    EXPECT_EQ(info.verticalDPI, 0.0f);
     auto c = convertPlanarImageToNonPlanar(empty);
-    ASSERT_TRUE(c.ok());
-    EXPECT_FALSE(c->has_value());
+    ASSERT_TRUE(b.ok() && c.ok());
+    EXPECT_EQ(std::tuple(b->isEmpty(), info.horizontalDPI, info.verticalDPI, c->has_value()),
+              std::tuple(true, 0.0f, 0.0f, false));
 }
 
 TEST(Normalization, ExtensionsMatchExactly) {
     const std::vector<std::string> types = {"tif", "JPG", "'TIFF'"};
-    const std::pair<const char*, bool> table[] = {{"tif", true},  {"TIF", false},   {"JPG", true},
-                                                  {"jpg", false}, {"'TIFF'", true}, {"", false},
-                                                  {"ti", false}};
+    const std::pair<const char*, bool> table[] = {{"tif", true},    {"TIF", false}, {"jpg", false},
+                                                  {"'TIFF'", true}, {"", false},    {"ti", false}};
     for (const auto& [extension, valid] : table) {
         EXPECT_EQ(fileIsValidImageType(types, extension), valid) << extension;
     }

@@ -19,15 +19,6 @@ Raster randomRaster(Layout layout, std::mt19937& rng) {
     return test::randomRaster(layout, 75, 9, rng, [](std::mt19937& g) { return g(); });
 }
 
-BackgroundSettings settingsOf(int channel, int red, int green, int blue) {
-    BackgroundSettings s;
-    s.channel = channel;
-    s.redThreshold = red;
-    s.greenThreshold = green;
-    s.blueThreshold = blue;
-    return s;
-}
-
 // Independent reference: every chosen sample of the first w x h pixels at or below its
 // threshold becomes 0.
 Raster thresholded(Raster img, int w, int h, const BackgroundSettings& s) {
@@ -58,7 +49,7 @@ TEST(RemoveBackground, MatchesPerSampleRuleForEveryLayoutChannelAndThreshold) {
                     SCOPED_TRACE(testing::Message()
                                  << "layout " << int(layout) << " channel " << channel << " T "
                                  << t[0] << "," << t[1] << "," << t[2] << " size " << size[0]);
-                    const BackgroundSettings s = settingsOf(channel, t[0], t[1], t[2]);
+                    const BackgroundSettings s = {channel, 0, t[0], t[1], t[2]};
                     Raster got = img;
                     removeBackground(got.info, got.planeArray(), size[0], size[1], s);
                     EXPECT_EQ(got.planes, thresholded(img, size[0], size[1], s).planes);
@@ -71,9 +62,9 @@ TEST(RemoveBackground, MatchesPerSampleRuleForEveryLayoutChannelAndThreshold) {
 TEST(RemoveBackground, CorrectionsAccumulate) {
     std::mt19937 rng(2);
     const Raster img = randomRaster(Layout::MeshedRGB, rng);
-    auto apply = [](Raster r, std::initializer_list<int> levels) {
+    const auto apply = [](Raster r, std::initializer_list<int> levels) {
         for (int level : levels) {
-            removeBackground(r.info, r.planeArray(), r.w, r.h, settingsOf(3, level, level, level));
+            removeBackground(r.info, r.planeArray(), r.w, r.h, {3, 0, level, level, level});
         }
         return r.planes;
     };
@@ -81,43 +72,36 @@ TEST(RemoveBackground, CorrectionsAccumulate) {
     EXPECT_EQ(apply(img, {50, 25}), apply(img, {50}));
 }
 
+// Presets take 25, 50 or 75 by row (25 otherwise) and leave the typed field alone; the manual
+// tab takes the slider and brings the field in line.
 TEST(BackgroundControls, ActionsSetThresholdsAndKeepFieldsEqual) {
-    struct Case {
-        int tab, row, slider, expected;
-    };
-    const Case methods[] = {{0, 0, 90, 25}, {0, 1, 90, 50}, {0, 2, 90, 75}, {0, -1, 90, 25},
-                            {0, 5, 90, 25}, {1, 2, 90, 90}, {2, 1, -4, -4}};
-    for (const Case& c : methods) {
-        BackgroundControls controls{c.tab, c.row, c.slider, 3, 3, 0};
+    const int methods[][4] = {{0, 0, 90, 25}, {0, 1, 90, 50}, {0, 2, 90, 75}, {0, -1, 90, 25},
+                              {0, 5, 90, 25}, {1, 2, 90, 90}, {2, 1, -4, -4}};
+    for (const auto& [tab, row, slider, want] : methods) {
+        BackgroundControls controls{tab, row, slider, 3, 3, 0};
         BackgroundSettings s;
         getBackgroundMethod(controls, s);
-        // The manual tab also brings the typed field in line; presets leave it alone.
-        const int entered = c.tab != 0 ? c.slider : 0;
         EXPECT_EQ(
             std::vector<int>({controls.currentBackgroundMethod, s.redThreshold, s.greenThreshold,
                               s.blueThreshold, s.enteredThreshold, controls.typedValue}),
-            std::vector<int>(
-                {1, c.expected, c.expected, c.expected, entered, c.tab != 0 ? c.slider : 3}));
+            std::vector<int>({1, want, want, want, tab ? slider : 0, tab ? slider : 3}));
     }
-
     BackgroundControls controls;
     BackgroundSettings s;
+    const auto all = [&] {
+        return std::vector<int>({controls.sliderValue, controls.typedValue, s.enteredThreshold,
+                                 s.redThreshold, s.greenThreshold, s.blueThreshold});
+    };
     controls.sliderValue = 40;
     getThresholdSlider(controls, s);
-    EXPECT_EQ(std::vector<int>({controls.typedValue, s.enteredThreshold, s.redThreshold,
-                                s.greenThreshold, s.blueThreshold}),
-              std::vector<int>(5, 40));
+    EXPECT_EQ(all(), std::vector<int>(6, 40));
     controls.typedValue = -7;
     getThresholdEntryValue(controls, s);
-    EXPECT_EQ(std::vector<int>({controls.sliderValue, s.enteredThreshold, s.redThreshold,
-                                s.greenThreshold, s.blueThreshold}),
-              std::vector<int>(5, -7));
-
-    const int items[][2] = {{0, 0}, {1, 1}, {2, 2}, {3, 3}, {-1, 3}, {9, 3}};
-    for (const auto& item : items) {
-        controls.channelItem = item[0];
+    EXPECT_EQ(all(), std::vector<int>(6, -7));
+    for (const auto& [item, channel] : {std::pair{0, 0}, {2, 2}, {3, 3}, {-1, 3}, {9, 3}}) {
+        controls.channelItem = item;
         getRGBChannel(controls, s);
-        EXPECT_EQ(s.channel, item[1]);
+        EXPECT_EQ(s.channel, channel);
     }
 }
 

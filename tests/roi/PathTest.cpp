@@ -90,32 +90,29 @@ TEST(PathContainment, RandomPolygonsAndOvalsAgainstWindingNumbers) {
 TEST(PathContainment, RectanglesHoldTheirHalfOpenIntegerPoints) {
     // Several rectangles in one path, so that inner edges are tested and not just the
     // outermost; the clockwise ones exercise the downward edges.
-    struct Case {
-        std::vector<Rect> rects;
-        bool clockwise;
+    const std::vector<Rect> sets[] = {
+        {makeRect(0, 0, 256, 256)},
+        {makeRect(10, 20, 5, 3), makeRect(100, 0, 10, 200), makeRect(-4, -6, 3, 9)},
+        {makeRect(2.5f, 1.5f, 3, 2), makeRect(7, 7, 0, 4), makeRect(200, 5, 1, 1)},
     };
-    const Case cases[] = {
-        {{makeRect(0, 0, 256, 256)}, false},
-        {{makeRect(10, 20, 5, 3), makeRect(100, 0, 10, 200), makeRect(-4, -6, 3, 9)}, false},
-        {{makeRect(10, 20, 5, 3), makeRect(100, 0, 10, 200), makeRect(-4, -6, 3, 9)}, true},
-        {{makeRect(2.5f, 1.5f, 3, 2), makeRect(7, 7, 0, 4), makeRect(200, 5, 1, 1)}, true},
-    };
-    for (const Case& c : cases) {
-        Path path;
-        for (const Rect& r : c.rects) {
-            const Path one = Path::rectangle(r);
-            for (int i = 0; i < 4; ++i) {
-                const Point p = one.element(c.clockwise ? (4 - i) % 4 : i).points[0];
-                i == 0 ? path.moveTo(p) : path.lineTo(p);
-            }
-        }
-        for (int x = -10; x <= 260; ++x) {
-            for (int y = -10; y <= 260; y += (y < 30 ? 1 : 37)) {
-                bool want = false;
-                for (const Rect& r : c.rects) {
-                    want |= r.minX() <= x && x < r.maxX() && r.minY() <= y && y < r.maxY();
+    for (const auto& rects : sets) {
+        for (bool clockwise : {false, true}) {
+            Path path;
+            for (const Rect& r : rects) {
+                const Path one = Path::rectangle(r);
+                for (int i = 0; i < 4; ++i) {
+                    const Point p = one.element(clockwise ? (4 - i) % 4 : i).points[0];
+                    i == 0 ? path.moveTo(p) : path.lineTo(p);
                 }
-                ASSERT_EQ(path.containsPoint({float(x), float(y)}), want) << x << ", " << y;
+            }
+            for (int x = -10; x <= 260; ++x) {
+                for (int y = -10; y <= 260; y += (y < 30 ? 1 : 37)) {
+                    bool want = false;
+                    for (const Rect& r : rects) {
+                        want |= r.minX() <= x && x < r.maxX() && r.minY() <= y && y < r.maxY();
+                    }
+                    ASSERT_EQ(path.containsPoint({float(x), float(y)}), want) << x << ", " << y;
+                }
             }
         }
     }
@@ -125,24 +122,17 @@ TEST(PathShape, BoundsAndClosing) {
     Path arch;
     arch.moveTo({0, 0});
     arch.curveTo({10, 0}, {0, 10}, {10, 10});
-    EXPECT_EQ(arch.bounds(), makeRect(0, 0, 10, 7.5f));
+    EXPECT_EQ(arch.bounds(), makeRect(0, 0, 10, 7.5f));  // the curve's extent, not its handles
+    EXPECT_EQ(Path().bounds(), Rect{});
     for (const Rect& r : {makeRect(3, 4, 50, 20), makeRect(-8, 2.25f, 0.5f, 100)}) {
         const Rect o = Path::oval(r).bounds();
-        const float d[] = {o.minX() - r.minX(), o.maxX() - r.maxX(), o.minY() - r.minY(),
-                           o.maxY() - r.maxY()};
-        for (float v : d) {
-            EXPECT_NEAR(v, 0.0f, 1e-4f);
-        }
+        EXPECT_NEAR(std::abs(o.minX() - r.minX()) + std::abs(o.maxX() - r.maxX()) +
+                        std::abs(o.minY() - r.minY()) + std::abs(o.maxY() - r.maxY()),
+                    0.0f, 1e-4f);
     }
-    EXPECT_EQ(Path().bounds(), Rect{});
-
-    Path triangle;
-    EXPECT_FALSE(triangle.isClosed());
-    triangle.moveTo({0, 0});
-    triangle.lineTo({10, 0});
-    triangle.lineTo({0, 10});
-    const Path closed = triangle.closedPath();
-    EXPECT_FALSE(triangle.isClosed());
+    arch.lineTo({0, 10});
+    const Path closed = arch.closedPath();
+    EXPECT_FALSE(arch.isClosed());
     EXPECT_TRUE(closed.isClosed());
     EXPECT_EQ(closed.currentPoint(), (Point{0, 0}));
     EXPECT_FALSE(Path::oval(Rect{}).containsPoint({0, 0}));
