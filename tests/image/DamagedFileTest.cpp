@@ -30,7 +30,7 @@ struct Sample {
 };
 
 std::vector<Sample> writeSamples(const TempDir& dir) {
-    testing::TiffSpec t{23, 17};
+    testing::TiffLayout t{23, 17};
     t.rowsPerStrip = 3;
     testing::writeTiff(dir.file("strips.tif"), t, testing::pattern(23 * 17 * 3, 256));
     t.tiled = t.planar = true;

@@ -15,9 +15,9 @@ std::uint8_t level(double v, double top) {
 }
 
 // 37 x 21 is not a multiple of the tile width nor of 8 pixels; the last strip is short.
-testing::TiffSpec tiff(int samples, int bits, int photometric, bool planar = false,
+testing::TiffLayout tiff(int samples, int bits, int photometric, bool planar = false,
                        bool tiled = false, int compression = COMPRESSION_NONE) {
-    testing::TiffSpec s{37, 21, samples, bits, photometric, planar, tiled, compression, 4};
+    testing::TiffLayout s{37, 21, samples, bits, photometric, planar, tiled, compression, 4};
     const std::size_t n = photometric == PHOTOMETRIC_PALETTE ? std::size_t(1) << bits : 0;
     s.colormap.resize(3 * n);
     for (std::size_t i = 0; i < n; ++i) {
@@ -29,7 +29,7 @@ testing::TiffSpec tiff(int samples, int bits, int photometric, bool planar = fal
 }
 
 // What the picture must look like, computed from the samples without the decoder's code.
-std::vector<std::uint8_t> expectedRGBA(const testing::TiffSpec& s,
+std::vector<std::uint8_t> expectedRGBA(const testing::TiffLayout& s,
                                        const std::vector<std::uint32_t>& in) {
     const std::size_t n = std::size_t(s.samples);
     const std::size_t colours = s.photometric == PHOTOMETRIC_RGB ? 3 : 1;
@@ -61,7 +61,7 @@ TEST(TiffDecoder, DeliversEightBitRGBInTheFilesLayout) {
     const int WHITE = PHOTOMETRIC_MINISWHITE, PALETTE = PHOTOMETRIC_PALETTE;
     const struct {
         const char* name;
-        testing::TiffSpec file;
+        testing::TiffLayout file;
         std::uint32_t levels = 0;  // 0: every value the bits allow (below 40000 for 16 bits)
     } cases[] = {
         {"rgb8", tiff(3, 8, RGB)},
@@ -119,7 +119,7 @@ TEST(Decoders, ResolutionGivesThePictureSizeInPoints) {
         testing::writeTiff(dir.file(name), s, testing::pattern(37 * 21 * 3, 256));
         return dir.file(name);
     };
-    testing::PngSpec png{37, 21};
+    testing::PngLayout png{37, 21};
     png.pixelsPerMetre = 11811;  // 299.9994 dpi
     testing::writePng(dir.file("p.png"), png, testing::pattern(37 * 21 * 3, 256));
     testing::writeBytes(dir.file("b.bmp"),
@@ -154,7 +154,7 @@ TEST(PngDecoder, ExpandsEveryColourTypeToEightBitRGB) {
             for (int n = 1; n <= 4; ++n) {
                 SCOPED_TRACE(::testing::Message()
                              << n << " x " << bits << " interlaced " << interlaced);
-                testing::PngSpec s{13, 9, types[n - 1], bits, interlaced};
+                testing::PngLayout s{13, 9, types[n - 1], bits, interlaced};
                 const auto in = testing::pattern(13 * 9 * std::size_t(n), bits == 16 ? 50000 : 256);
                 testing::writePng(dir.file("p.png"), s, in);
                 auto picture = readImageFile(dir.file("p.png"));

@@ -81,7 +81,7 @@ inline std::vector<std::uint8_t> packRow(const std::vector<std::uint32_t>& v, in
 }
 
 // Samples are given meshed, pixel after pixel, whatever layout the file gets.
-struct TiffSpec {
+struct TiffLayout {
     int wide = 4, high = 3, samples = 3, bits = 8;
     int photometric = PHOTOMETRIC_RGB;
     bool planar = false, tiled = false;
@@ -92,7 +92,7 @@ struct TiffSpec {
     std::vector<std::uint16_t> colormap = {};  // 3 * 2^bits entries: reds, greens, blues
 };
 
-inline void writeTiff(const std::string& path, const TiffSpec& s,
+inline void writeTiff(const std::string& path, const TiffLayout& s,
                       const std::vector<std::uint32_t>& samples) {
     TIFF* t = TIFFOpen(path.c_str(), "w");
     ASSERT_NE(t, nullptr);
@@ -154,7 +154,7 @@ inline void writeTiff(const std::string& path, const TiffSpec& s,
 }
 
 // colourType as libpng's PNG_COLOR_TYPE_*; samples meshed.
-struct PngSpec {
+struct PngLayout {
     int wide = 4, high = 3;
     int colourType = PNG_COLOR_TYPE_RGB;
     int bits = 8;
@@ -162,7 +162,7 @@ struct PngSpec {
     std::uint32_t pixelsPerMetre = 0;  // 0: no pHYs
 };
 
-inline void writePng(const std::string& path, const PngSpec& s,
+inline void writePng(const std::string& path, const PngLayout& s,
                      const std::vector<std::uint32_t>& samples) {
     std::FILE* f = std::fopen(path.c_str(), "wb");
     ASSERT_NE(f, nullptr);
