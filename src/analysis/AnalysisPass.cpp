@@ -369,8 +369,10 @@ bool runAnalysisPass(const BitmapInfo& info, const PlaneArray& planes, const Rec
     const ChannelPair pair = channelPairFor(combo);
     histogram.rgbCombo = combo;
     try {
+        // Red, green and blue must all be there: a meshed pixel needs three samples.
         const bool readable =
-            planes[0] != nullptr && (info.isPlanar == 0 || (planes[1] && planes[2]));
+            planes[0] != nullptr &&
+            (info.isPlanar == 0 ? info.samplesPerPixel >= 3 : (planes[1] && planes[2]));
         const long width = readable ? long(info.width) : 0;
         const long height = readable ? long(info.height) : 0;
         const std::vector<long> columns = visitedColumns(rect, width);

@@ -74,7 +74,10 @@ Result<Picture> convertNon72dpiImages(const Picture& picture, ImageFileInfo& inf
     const float h = float(s.pixelsHigh());
     info.horizontalDPI = w / picture.size.width * 72.0f;
     info.verticalDPI = h / picture.size.height * 72.0f;
-    if (w == picture.size.width && h == picture.size.height) {
+    // A meshed picture with fewer than three samples (grey handed over by the desktop) is
+    // rebuilt as RGB even at 72 dpi: every reader takes red, green and blue from each pixel.
+    const bool readable = s.isPlanar() || s.samplesPerPixel() >= 3;
+    if (w == picture.size.width && h == picture.size.height && readable) {
         return picture;
     }
     auto target = Bitmap::create(s.pixelsWide(), s.pixelsHigh(), 3, false, s.isPlanar());

@@ -263,8 +263,9 @@ bool reveal(const BitmapInfo& info, const PlaneArray& source, const PlaneArray& 
             const Rect& rect, const RegionSelection& selection, const AnalysisState& state,
             unsigned threads, bool copyRows) {
     const bool planar = info.isPlanar != 0;
-    const auto readable = [planar](const PlaneArray& p) {
-        return p[0] != nullptr && (!planar || (p[1] != nullptr && p[2] != nullptr));
+    const auto readable = [planar, &info](const PlaneArray& p) {
+        return p[0] != nullptr &&
+               (planar ? (p[1] != nullptr && p[2] != nullptr) : info.samplesPerPixel >= 3);
     };
     if (!readable(source) || !readable(target) ||
         selection.bins.size() != std::size_t(PairHistogram::kBins)) {

@@ -271,6 +271,18 @@ TEST_F(ControllerTest, PlanarPictureIsMeshedBeforeAnalysis) {
     EXPECT_EQ(controller.fields().xAxisPixelCountText, "1");
 }
 
+TEST_F(ControllerTest, GreyPictureHandedOverIsAnalysedAsRGB) {
+    auto b = Bitmap::create(2, 1, 1, false, false, 4);  // grey, padded rows
+    b->bitmapData()[0] = 5;
+    b->bitmapData()[1] = 0;
+    load(Picture::at72dpi(std::move(*b)));
+    const WorkingImage& image = controller.workingImage();
+    EXPECT_EQ(image.bitmapInfo.samplesPerPixel, 3);
+    const std::uint8_t* d = image.currentDisplayedBitmap.bitmapData();
+    EXPECT_EQ(std::vector<int>(d, d + 6), (std::vector<int>{5, 5, 5, 0, 0, 0}));
+    EXPECT_EQ(controller.analysis().sumPixelCount, 1);
+}
+
 TEST_F(ControllerTest, FailedLoadLeavesAnEmptyWorkingImageAndSaysWhy) {
     load(picture(2, 2, kExample));
     const Status s = controller.openImageFile("/nonexistent/folder/cells.tif");
