@@ -52,7 +52,7 @@ TEST(Normalization, CombinedEffectOfBothConversions) {
                     ASSERT_TRUE(converted.ok());
                     const Picture shown = converted->has_value() ? **converted : *b;
 
-                    if (!planar && dpi == 72.0f) {  // passed on as is
+                    if (!planar && dpi == 72.0f && spp >= 3) {  // passed on as is
                         EXPECT_EQ(b->bitmap, file.bitmap);
                         EXPECT_FALSE(converted->has_value());
                         continue;
