@@ -35,37 +35,35 @@ TEST(Normalization, CombinedEffectOfBothConversions) {
                     SCOPED_TRACE(::testing::Message() << "planar " << planar << " spp " << spp
                                                       << " dpi " << dpi << " padding " << padding);
                     const int w = 7, h = 5;
-                    Bitmap source = makeSource(w, h, spp, planar, padding);
                     std::vector<std::uint8_t> expected;  // grey repeats its one sample
                     for (int i = 0; i < w * h * 3; ++i) {
                         const int x = i / 3 % w, y = i / 3 / w, k = spp == 1 ? 0 : i % 3;
                         expected.push_back(std::uint8_t(x * 31 + y * 7 + k * 60));
                     }
-                    Picture file{std::make_shared<const Bitmap>(std::move(source)),
-                                 Size{w / dpi * 72.0f, h / dpi * 72.0f}};
+                    const Picture file{
+                        std::make_shared<const Bitmap>(makeSource(w, h, spp, planar, padding)),
+                        Size{w / dpi * 72.0f, h / dpi * 72.0f}};
                     ImageFileInfo info;
                     auto b = convertNon72dpiImages(file, info);
                     ASSERT_TRUE(b.ok()) << b.error().message;
-                    EXPECT_FLOAT_EQ(info.horizontalDPI, dpi);
-                    EXPECT_FLOAT_EQ(info.verticalDPI, dpi);
+                    EXPECT_EQ(std::pair(info.horizontalDPI, info.verticalDPI), std::pair(dpi, dpi));
                     auto converted = convertPlanarImageToNonPlanar(*b);
                     ASSERT_TRUE(converted.ok());
-                    const Picture shown = converted->has_value() ? **converted : *b;
-
                     if (!planar && dpi == 72.0f && spp >= 3) {  // passed on as is
-                        EXPECT_EQ(b->bitmap, file.bitmap);
-                        EXPECT_FALSE(converted->has_value());
+                        EXPECT_EQ(std::pair(b->bitmap, converted->has_value()),
+                                  std::pair(file.bitmap, false));
                         continue;
                     }
                     // The resolution step keeps the layout; only a planar one is converted.
                     EXPECT_EQ(std::pair(b->bitmap->isPlanar(), converted->has_value()),
                               std::pair(planar, planar));
+                    const Picture shown = converted->has_value() ? **converted : *b;
                     const Bitmap& s = *shown.bitmap;
-                    EXPECT_EQ(std::tuple(s.isPlanar(), s.samplesPerPixel(), s.hasAlpha(),
-                                         s.bytesPerRow(), shown.size),
-                              std::tuple(false, 3, false, 3 * w, Size{float(w), float(h)}));
-                    EXPECT_EQ(std::vector<std::uint8_t>(s.plane(0), s.plane(0) + s.bytesPerPlane()),
-                              expected);
+                    EXPECT_EQ(
+                        std::tuple(s.isPlanar(), s.samplesPerPixel(), s.hasAlpha(), s.bytesPerRow(),
+                                   shown.size,
+                                   std::vector(s.plane(0), s.plane(0) + s.bytesPerPlane())),
+                        std::tuple(false, 3, false, 3 * w, Size{float(w), float(h)}, expected));
                 }
             }
         }
