@@ -12,15 +12,21 @@ namespace {
 constexpr const char* kPairNames[6] = {"red-green",  "red-blue", "green-red",
                                        "green-blue", "blue-red", "blue-green"};
 
+// The comma-separated items of a list, empty ones included.
+std::vector<std::string_view> splitList(std::string_view list) {
+    std::vector<std::string_view> items;
+    std::size_t start = 0;
+    for (std::size_t comma; (comma = list.find(',', start)) != std::string_view::npos;
+         start = comma + 1) {
+        items.push_back(list.substr(start, comma - start));
+    }
+    items.push_back(list.substr(start));
+    return items;
+}
+
 bool parseCoefficients(std::string_view list, CoefficientCheckboxes& boxes, std::string& error) {
     boxes = CoefficientCheckboxes{false, false, false, false};
-    std::size_t start = 0;
-    while (start <= list.size()) {
-        std::size_t comma = list.find(',', start);
-        if (comma == std::string_view::npos) {
-            comma = list.size();
-        }
-        const std::string_view item = list.substr(start, comma - start);
+    for (std::string_view item : splitList(list)) {
         if (item == "Rr") {
             boxes.checkbox_Rr = true;
         } else if (item == "R") {
@@ -34,7 +40,6 @@ bool parseCoefficients(std::string_view list, CoefficientCheckboxes& boxes, std:
                     "' in --coefficients (expected a comma-separated list of Rr, R, k, m)";
             return false;
         }
-        start = comma + 1;
     }
     return true;
 }
@@ -42,25 +47,16 @@ bool parseCoefficients(std::string_view list, CoefficientCheckboxes& boxes, std:
 // Numbers separated by commas, each a whole or decimal number.
 bool parseNumbers(std::string_view text, std::vector<float>& numbers) {
     numbers.clear();
-    std::size_t start = 0;
-    while (true) {
-        std::size_t comma = text.find(',', start);
-        const std::string item(text.substr(
-            start, comma == std::string_view::npos ? std::string_view::npos : comma - start));
-        if (item.empty()) {
-            return false;
-        }
+    for (std::string_view part : splitList(text)) {
+        const std::string item(part);
         char* end = nullptr;
         const float v = std::strtof(item.c_str(), &end);
-        if (end != item.c_str() + item.size() || !std::isfinite(v)) {
+        if (item.empty() || end != item.c_str() + item.size() || !std::isfinite(v)) {
             return false;
         }
         numbers.push_back(v);
-        if (comma == std::string_view::npos) {
-            return true;
-        }
-        start = comma + 1;
     }
+    return true;
 }
 
 bool parseRegion(std::string_view text, RegionOption& region, std::string& error) {

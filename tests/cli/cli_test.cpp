@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "ReferenceReport.h"
 #include "image/Bitmap.h"
 #include "image/ImageFile.h"
 #include "output/Export.h"
@@ -88,13 +89,7 @@ class CliTest : public ::testing::Test {
     fs::path dir;
 };
 
-const std::string kExampleReport =
-    "Pixel Information\n\tImage ROI\tScatter Gram ROI\n\tCount\t%\tCount\t%\n"
-    "Red:\t1\t25.00\t--\t--\nGreen:\t1\t25.00\t--\t--\nYellow:\t1\t25.00\t--\t--\n"
-    "Total:\t3\t75.00\t--\t--\n\n"
-    "Coefficients Calculations - Current Image ROI\nRr\t-0.5000\nR\t0.5000\nk1\t0.2500\n"
-    "k2\t1.0000\nm1\t0.5000\nm2\t0.5000\n\n"
-    "Coefficients Calculations - Scatter Gram ROI\nM1\t\nM2\t\n\n";
+const std::string& kExampleReport = pv::test::kReferenceReport;
 
 TEST_F(CliTest, OneImagePrintsItsReport) {
     const CliRun r = run({example()});

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "ReferenceReport.h"
 #include "controller/PixmeraVeltroController.h"
 #include "output/Export.h"
 
@@ -100,14 +101,7 @@ TEST_F(ControllerTest, ReferenceExampleReportComesOutByteForByte) {
     EXPECT_TRUE(controller.buttons().saveButton);
     EXPECT_TRUE(controller.analysis().coefficientsCalculated);
 
-    const std::string expected =
-        "Pixel Information\n\tImage ROI\tScatter Gram ROI\n\tCount\t%\tCount\t%\n"
-        "Red:\t1\t25.00\t--\t--\nGreen:\t1\t25.00\t--\t--\nYellow:\t1\t25.00\t--\t--\n"
-        "Total:\t3\t75.00\t--\t--\n\n"
-        "Coefficients Calculations - Current Image ROI\nRr\t-0.5000\nR\t0.5000\nk1\t0.2500\n"
-        "k2\t1.0000\nm1\t0.5000\nm2\t0.5000\n\n"
-        "Coefficients Calculations - Scatter Gram ROI\nM1\t\nM2\t\n\n";
-    EXPECT_EQ(buildReport(controller.fields()), expected);
+    EXPECT_EQ(buildReport(controller.fields()), test::kReferenceReport);
 }
 
 TEST_F(ControllerTest, WarningAnswersDecideWhatHappens) {
