@@ -7,7 +7,7 @@
 
 #include "BenchImages.h"
 #include "analysis/AnalysisPass.h"
-#include "scattergram/ScatterGram.h"
+#include "analysis/ScatterGram.h"
 
 namespace {
 

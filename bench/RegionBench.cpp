@@ -8,9 +8,9 @@
 
 #include "BenchImages.h"
 #include "analysis/AnalysisPass.h"
+#include "analysis/RegionSelection.h"
+#include "analysis/ScatterGram.h"
 #include "background/BackgroundCorrection.h"
-#include "scattergram/RegionSelection.h"
-#include "scattergram/ScatterGram.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <thread>
 
-#include "scattergram/ScatterGram.h"
+#include "analysis/ScatterGram.h"
 
 namespace pv {
 

@@ -6,8 +6,8 @@
 
 #include "analysis/AnalysisState.h"
 #include "analysis/PackedRGB.h"
+#include "core/Geometry.h"
 #include "image/Bitmap.h"
-#include "image/Geometry.h"
 #include "image/ImageRecords.h"
 
 namespace pv {

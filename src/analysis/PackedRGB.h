@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
+#include "core/Geometry.h"
 #include "image/Bitmap.h"
-#include "image/Geometry.h"
 #include "image/ImageRecords.h"
 
 namespace pv {

@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "core/Result.h"
 #include "image/Picture.h"
-#include "image/Result.h"
 
 namespace pv {
 

@@ -5,11 +5,11 @@
 #include <utility>
 
 #include "analysis/Coefficients.h"
+#include "analysis/ScatterGram.h"
+#include "core/Localization.h"
 #include "image/FileFacts.h"
 #include "image/ImageFile.h"
-#include "image/Localization.h"
 #include "image/Normalization.h"
-#include "scattergram/ScatterGram.h"
 
 namespace pv {
 

@@ -8,16 +8,16 @@
 
 #include "analysis/AnalysisPass.h"
 #include "analysis/AnalysisState.h"
+#include "analysis/RegionSelection.h"
 #include "background/BackgroundCorrection.h"
 #include "controller/ControllerPort.h"
+#include "core/Result.h"
+#include "core/UserPreferences.h"
 #include "image/Bitmap.h"
-#include "image/Result.h"
-#include "image/UserPreferences.h"
 #include "image/WorkingImage.h"
 #include "output/Export.h"
 #include "output/ResultFields.h"
 #include "roi/ScatterGramView.h"
-#include "scattergram/RegionSelection.h"
 
 namespace pv {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <string_view>
 
+#include "core/Result.h"
 #include "image/Bitmap.h"
 #include "image/Picture.h"
-#include "image/Result.h"
 
 namespace pv::decode {
 

@@ -6,8 +6,8 @@
 #include <limits>
 #include <system_error>
 
+#include "core/Localization.h"
 #include "image/ImageFile.h"
-#include "image/Localization.h"
 #include "image/Normalization.h"
 
 namespace pv {

@@ -7,8 +7,8 @@
 #include <fstream>
 #include <system_error>
 
+#include "core/Localization.h"
 #include "image/DecoderSupport.h"
-#include "image/Localization.h"
 
 namespace pv {
 

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/Result.h"
 #include "image/Picture.h"
-#include "image/Result.h"
 
 namespace pv {
 

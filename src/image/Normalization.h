@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
+#include "core/Result.h"
 #include "image/ImageRecords.h"
 #include "image/Picture.h"
-#include "image/Result.h"
 
 namespace pv {
 

@@ -2,8 +2,8 @@
 
 #include <memory>
 
+#include "core/Geometry.h"
 #include "image/Bitmap.h"
-#include "image/Geometry.h"
 
 namespace pv {
 

@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "core/Geometry.h"
 #include "image/Bitmap.h"
-#include "image/Geometry.h"
 #include "image/ImageRecords.h"
 #include "image/Picture.h"
 

@@ -17,7 +17,7 @@
 #include <optional>
 #include <system_error>
 
-#include "image/Localization.h"
+#include "core/Localization.h"
 
 namespace pv {
 

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/Result.h"
 #include "image/Bitmap.h"
-#include "image/Result.h"
 #include "output/ResultFields.h"
 
 namespace pv {

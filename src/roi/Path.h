@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "image/Geometry.h"
+#include "core/Geometry.h"
 
 namespace pv {
 

@@ -3,8 +3,8 @@
 #include <functional>
 #include <memory>
 
+#include "core/UserPreferences.h"
 #include "image/Picture.h"
-#include "image/UserPreferences.h"
 #include "roi/Path.h"
 #include "roi/SelectionMarkers.h"
 

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "image/Color.h"
-#include "image/Geometry.h"
-#include "image/UserPreferences.h"
+#include "core/Color.h"
+#include "core/Geometry.h"
+#include "core/UserPreferences.h"
 #include "roi/Path.h"
 
 namespace pv {

@@ -9,8 +9,8 @@
 
 #include "TestRaster.h"
 #include "analysis/AnalysisPass.h"
-#include "scattergram/RegionSelection.h"
-#include "scattergram/ScatterGram.h"
+#include "analysis/RegionSelection.h"
+#include "analysis/ScatterGram.h"
 
 namespace pv {
 namespace {

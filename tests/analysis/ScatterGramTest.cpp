@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "scattergram/ScatterGram.h"
+#include "analysis/ScatterGram.h"
 
 namespace pv {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <tuple>
 
+#include "core/Localization.h"
 #include "image/FileFacts.h"
 #include "image/ImageTestFiles.h"
-#include "image/Localization.h"
 
 namespace pv {
 namespace {

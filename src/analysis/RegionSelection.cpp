@@ -1,4 +1,4 @@
-#include "scattergram/RegionSelection.h"
+#include "analysis/RegionSelection.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 #include <system_error>
 #include <thread>
 
-#include "scattergram/ScatterGram.h"
+#include "analysis/ScatterGram.h"
 
 namespace pv {
 

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "analysis/PackedRGB.h"
+#include "core/Geometry.h"
 #include "image/Bitmap.h"
-#include "image/Geometry.h"
 
 namespace pv {
 

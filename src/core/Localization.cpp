@@ -1,4 +1,4 @@
-#include "image/Localization.h"
+#include "core/Localization.h"
 
 #include <utility>
 

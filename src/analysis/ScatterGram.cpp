@@ -1,4 +1,4 @@
-#include "scattergram/ScatterGram.h"
+#include "analysis/ScatterGram.h"
 
 #include <algorithm>
 

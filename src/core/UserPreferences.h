@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "image/Color.h"
+#include "core/Color.h"
 
 namespace pv {
 

@@ -8,8 +8,8 @@
 #include "analysis/AnalysisPass.h"
 #include "analysis/AnalysisState.h"
 #include "analysis/PackedRGB.h"
+#include "core/Geometry.h"
 #include "image/Bitmap.h"
-#include "image/Geometry.h"
 #include "image/ImageRecords.h"
 
 namespace pv {
