@@ -32,11 +32,9 @@ void runPass(benchmark::State& state, const pv::bench::BenchImage& img, unsigned
     pv::AnalysisState analysis;
     std::vector<std::uint8_t> scatter(pv::kScatterGramBytes);
     pv::PairHistogram histogram;
-    const pv::Rect rect = pv::makeRect(0, 0, img.info.width, img.info.height);
     for (auto _ : state) {
-        pv::runAnalysisPass(img.info, img.planes, rect, analysis, scatter.data(), histogram,
-                            threads);
-        benchmark::DoNotOptimize(analysis.sumPixelsXYAxis);
+        pv::runAnalysisPass(img.bitmap.channels(), analysis, scatter.data(), histogram, threads);
+        benchmark::DoNotOptimize(analysis.sums.sumPixelsXYAxis);
     }
     state.SetBytesProcessed(std::int64_t(state.iterations()) *
                             std::int64_t(img.bitmap.totalBytes()));

@@ -6,15 +6,11 @@
 #include <memory>
 
 #include "image/Bitmap.h"
-#include "image/ImageRecords.h"
 
 namespace pv::bench {
 
-// A working bitmap with the geometry record the analysis reads it through.
 struct BenchImage {
     Bitmap bitmap;
-    BitmapInfo info;
-    PlaneArray planes{};
 };
 
 // Side length of the square test image of `megapixels` (1, 16, 64, ...).
@@ -75,15 +71,6 @@ inline BenchImage makeFluorescenceImage(int megapixels) {
             }
         }
     }
-    img.info.bytesPerRow = img.bitmap.bytesPerRow();
-    img.info.samplesPerPixel = 3;
-    img.info.bitsPerPixel = 24;
-    img.info.bytesPerPlane = std::int32_t(img.bitmap.bytesPerPlane());
-    img.info.numberOfPlanes = 1;
-    img.info.isPlanar = 0;
-    img.info.width = float(side);
-    img.info.height = float(side);
-    img.planes = img.bitmap.planes();
     return img;
 }
 

@@ -8,7 +8,8 @@
 
 #include "BenchImages.h"
 #include "analysis/AnalysisPass.h"
-#include "analysis/RegionSelection.h"
+#include "analysis/RegionCensus.h"
+#include "analysis/Reveal.h"
 #include "analysis/ScatterGram.h"
 #include "background/BackgroundCorrection.h"
 
@@ -31,9 +32,7 @@ const pv::PairHistogram& histogramOf(int megapixels) {
         slot = std::make_unique<pv::PairHistogram>();
         pv::AnalysisState state;
         std::vector<std::uint8_t> scatter(pv::kScatterGramBytes);
-        pv::runAnalysisPass(img.info, img.planes,
-                            pv::makeRect(0, 0, img.info.width, img.info.height), state,
-                            scatter.data(), *slot);
+        pv::runAnalysisPass(img.bitmap.channels(), state, scatter.data(), *slot);
     }
     return *slot;
 }
@@ -41,19 +40,19 @@ const pv::PairHistogram& histogramOf(int megapixels) {
 // What a region change costs after the pass: the selection from the outline and the recount.
 void BM_RegionRecount(benchmark::State& state) {
     const pv::PairHistogram& histogram = histogramOf(int(state.range(0)));
-    pv::AnalysisState analysis;
     for (auto _ : state) {
         const pv::RegionSelection selection = pv::RegionSelection::fromPairTest(insideOval);
-        pv::countRegion(histogram, selection, analysis);
-        benchmark::DoNotOptimize(analysis.roiTotalPixelCount);
+        const pv::RegionCount count = pv::countRegion(histogram, selection);
+        benchmark::DoNotOptimize(count.census.totalPixelCount);
     }
 }
 
 void reveal(benchmark::State& state, bool withCopy) {
     const auto& img = fluorescenceImage(int(state.range(0)));
     const pv::RegionSelection selection = pv::RegionSelection::fromPairTest(insideOval);
-    const pv::Rect rect = pv::makeRect(0, 0, img.info.width, img.info.height);
-    pv::AnalysisState analysis;
+    const pv::RGBCombo pair = pv::RGBCombo::RedGreen;
+    const pv::MinimumLevels levels;
+    const pv::RevealColour white;
     std::optional<pv::Bitmap> target = img.bitmap.copy();
     if (!target) {
         state.SkipWithError("no memory for the copy");
@@ -62,9 +61,10 @@ void reveal(benchmark::State& state, bool withCopy) {
     for (auto _ : state) {
         if (withCopy) {
             target.reset();
-            target = pv::revealedCopy(img.bitmap, img.info, rect, selection, analysis);
+            target = pv::revealedCopy(img.bitmap, pair, levels, selection, white);
         } else {
-            pv::revealPixels(img.info, img.planes, target->planes(), rect, selection, analysis);
+            pv::revealPixels(img.bitmap.channels(), target->writableChannels(), pair, levels,
+                             selection, white);
         }
         benchmark::ClobberMemory();
     }
@@ -87,11 +87,10 @@ void BM_RemoveBackground(benchmark::State& state) {
         return;
     }
     pv::BackgroundSettings settings;
-    settings.channel = int(state.range(1));
+    settings.channel = pv::BackgroundChannel(state.range(1));
     settings.redThreshold = settings.greenThreshold = settings.blueThreshold = 25;
     for (auto _ : state) {
-        pv::removeBackground(img.info, work->planes(), int(img.info.width), int(img.info.height),
-                             settings);
+        pv::removeBackground(work->writableChannels(), settings);
         benchmark::ClobberMemory();
     }
 }

@@ -16,15 +16,15 @@
 namespace {
 
 int openAndAnalyse(const std::string& path) {
-    pv::ControllerPort port;
+    pv::NullControllerPort port;
     pv::PixmeraVeltroController controller(port);
     controller.awakeFromNib();
     controller.applicationDidFinishLaunching();
     if (!controller.openImageFile(path)) {
         return 1;
     }
-    controller.colocalizationWarningSheetDidEnd(1);
-    return controller.analysis().totalPixelCount > 0 ? 0 : 1;
+    controller.colocalizationWarningSheetDidEnd(pv::BackgroundWarningAnswer::CalculateAnyway);
+    return controller.analysis().census.totalPixelCount > 0 ? 0 : 1;
 }
 
 }  // namespace

@@ -16,31 +16,46 @@ double productAsDouble(std::int64_t a, std::int64_t b) {
 
 }  // namespace
 
-void computePearsons_Rr(AnalysisState& state) {
-    const double n = double(state.sumPixelCount);
-    const double a = double(state.sumPixelsXYAxis) -
-                     productAsDouble(state.sumPixelsXAxis, state.sumPixelsYAxis) / n;
-    const double b = double(state.sumPixelsXSquaredAxis) -
-                     productAsDouble(state.sumPixelsXAxis, state.sumPixelsXAxis) / n;
-    const double c = double(state.sumPixelsYSquaredAxis) -
-                     productAsDouble(state.sumPixelsYAxis, state.sumPixelsYAxis) / n;
-    state.pearsons_Rr = a / std::sqrt(b * c);
+double pearsons_Rr(const PairSums& s) {
+    const double n = double(s.sumPixelCount);
+    const double a =
+        double(s.sumPixelsXYAxis) - productAsDouble(s.sumPixelsXAxis, s.sumPixelsYAxis) / n;
+    const double b = double(s.sumPixelsXSquaredAxis) -
+                     productAsDouble(s.sumPixelsXAxis, s.sumPixelsXAxis) / n;
+    const double c = double(s.sumPixelsYSquaredAxis) -
+                     productAsDouble(s.sumPixelsYAxis, s.sumPixelsYAxis) / n;
+    return a / std::sqrt(b * c);
 }
 
-void computeOverlap_R(AnalysisState& state) {
-    state.overlap_R =
-        double(state.sumPixelsXYAxis) /
-        std::sqrt(double(state.sumPixelsYSquaredAxis) * double(state.sumPixelsXSquaredAxis));
+double overlap_R(const PairSums& s) {
+    return double(s.sumPixelsXYAxis) /
+           std::sqrt(double(s.sumPixelsYSquaredAxis) * double(s.sumPixelsXSquaredAxis));
 }
 
-void computeOverlap_k1k2(AnalysisState& state) {
-    state.overlap_k1 = double(state.sumPixelsXYAxis) / double(state.sumPixelsYSquaredAxis);
-    state.overlap_k2 = double(state.sumPixelsXYAxis) / double(state.sumPixelsXSquaredAxis);
+double overlap_k1(const PairSums& s) {
+    return double(s.sumPixelsXYAxis) / double(s.sumPixelsYSquaredAxis);
 }
 
-void computeOverlap_m1m2(AnalysisState& state) {
-    state.overlap_m1 = double(state.sumColocPixelsYAxis) / double(state.sumPixelsYAxis);
-    state.overlap_m2 = double(state.sumColocPixelsXAxis) / double(state.sumPixelsXAxis);
+double overlap_k2(const PairSums& s) {
+    return double(s.sumPixelsXYAxis) / double(s.sumPixelsXSquaredAxis);
+}
+
+double overlap_m1(const PairSums& s) {
+    return double(s.sumColocPixelsYAxis) / double(s.sumPixelsYAxis);
+}
+
+double overlap_m2(const PairSums& s) {
+    return double(s.sumColocPixelsXAxis) / double(s.sumPixelsXAxis);
+}
+
+ImageCoefficients imageCoefficients(const PairSums& s) {
+    return {pearsons_Rr(s), overlap_R(s),  overlap_k1(s),
+            overlap_k2(s),  overlap_m1(s), overlap_m2(s)};
+}
+
+RegionCoefficients colocalization_M1M2(const RegionSums& s) {
+    return {double(s.sumROIColocPixelsYAxis) / double(s.sumROIPixelsYAxis),
+            double(s.sumROIColocPixelsXAxis) / double(s.sumROIPixelsXAxis)};
 }
 
 }  // namespace pv

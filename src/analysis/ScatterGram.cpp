@@ -1,6 +1,7 @@
 #include "analysis/ScatterGram.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace pv {
 
@@ -9,21 +10,28 @@ std::optional<Bitmap> makeEmptyScatterGram() {
                           kScatterGramBytesPerRow, true);
 }
 
-void plotPixelInScatterGram(std::uint8_t* scatterGramData, int rgbCombo, PackedRGB value) {
-    const ChannelPair pair = channelPairFor(rgbCombo);
-    const int y = channelOf(value, pair.y);
-    const int x = channelOf(value, pair.x);
-    std::uint8_t* pixel = scatterGramData + (255 - y) * kScatterGramBytesPerRow + x * 3;
-    pixel[pair.y] = std::uint8_t(y);
-    pixel[pair.x] = std::uint8_t(x);
+void plotScatterGram(const PairHistogram& histogram, std::uint8_t* scatterGramData) {
+    std::memset(scatterGramData, 0, kScatterGramBytes);
+    if (histogram.counts.size() != std::size_t(PairHistogram::kBins)) {
+        return;
+    }
+    const ChannelPair pair = channelPairFor(histogram.rgbCombo);
+    for (int y = 0; y < 256; ++y) {
+        std::uint8_t* row = scatterGramData + (255 - y) * kScatterGramBytesPerRow;
+        for (int x = 0; x < 256; ++x) {
+            bool occurs = false;
+            for (int t = 0; t < PairHistogram::kThirdStates; ++t) {
+                occurs = occurs || histogram.count(t, y, x) != 0;
+            }
+            if (occurs) {
+                row[x * 3 + pair.y] = std::uint8_t(y);
+                row[x * 3 + pair.x] = std::uint8_t(x);
+            }
+        }
+    }
 }
 
-Point getScatterGramPixelLocation(int rgbCombo, PackedRGB value) {
-    const ChannelPair pair = channelPairFor(rgbCombo);
-    return Point{float(channelOf(value, pair.x)), float(channelOf(value, pair.y))};
-}
-
-std::array<std::string_view, 4> colorBarNames(int rgbCombo) {
+std::array<std::string_view, 4> colorBarNames(RGBCombo combo) {
     static constexpr std::array<std::array<std::string_view, 4>, 6> kBars = {{
         {"brv-grad", "bgh-grad", "gyv-grad", "ryh-grad"},
         {"brv-grad", "bbh-grad", "bmv-grad", "rmh-grad"},
@@ -32,7 +40,7 @@ std::array<std::string_view, 4> colorBarNames(int rgbCombo) {
         {"bbv-grad", "brh-grad", "rmv-grad", "bmh-grad"},
         {"bbv-grad", "bgh-grad", "gcv-grad", "bch-grad"},
     }};
-    return kBars[std::size_t(normalizedRGBCombo(rgbCombo))];
+    return kBars[std::size_t(combo)];
 }
 
 const std::array<std::string_view, 18>& allColorBarNames() {

@@ -5,8 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "analysis/PackedRGB.h"
-#include "core/Geometry.h"
+#include "analysis/PairHistogram.h"
 #include "image/Bitmap.h"
 
 namespace pv {
@@ -18,15 +17,13 @@ inline constexpr int kScatterGramBytes = 196608;
 // A new black 256 x 256 meshed 8-bit RGB bitmap, 768 bytes per row; nothing when memory is short.
 std::optional<Bitmap> makeEmptyScatterGram();
 
-// Plots one value: at (255 - Y) * 768 + X * 3 the Y channel's sample becomes Y and the X
-// channel's sample becomes X; the third sample is left as it is.
-void plotPixelInScatterGram(std::uint8_t* scatterGramData, int rgbCombo, PackedRGB value);
-
-// The scatter-gram point (X, Y) of a value, lower-left corner of its scatter-gram pixel.
-Point getScatterGramPixelLocation(int rgbCombo, PackedRGB value);
+// Clears the scatter gram to black and plots every (Y, X) pair that occurs: at
+// (255 - Y) * 768 + X * 3 the Y channel's sample becomes Y and the X channel's becomes X.
+// An empty histogram leaves it black.
+void plotScatterGram(const PairHistogram& histogram, std::uint8_t* scatterGramData);
 
 // Gradient names for the bars y1, x1, y2, x2 of a pair.
-std::array<std::string_view, 4> colorBarNames(int rgbCombo);
+std::array<std::string_view, 4> colorBarNames(RGBCombo combo);
 // All eighteen gradient names.
 const std::array<std::string_view, 18>& allColorBarNames();
 // A linear ramp between the two colours the name gives ("brv-grad": black to red, vertical,

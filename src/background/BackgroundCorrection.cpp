@@ -61,9 +61,21 @@ void getThresholdEntryValue(BackgroundControls& controls, BackgroundSettings& se
     setAllThresholds(settings, v);
 }
 
+BackgroundChannel backgroundChannelForItem(int item) {
+    switch (item) {
+        case 0:
+            return BackgroundChannel::Red;
+        case 1:
+            return BackgroundChannel::Green;
+        case 2:
+            return BackgroundChannel::Blue;
+        default:
+            return BackgroundChannel::All;
+    }
+}
+
 void getRGBChannel(const BackgroundControls& controls, BackgroundSettings& settings) {
-    const int item = controls.channelItem;
-    settings.channel = item >= 0 && item <= 2 ? item : 3;
+    settings.channel = backgroundChannelForItem(controls.channelItem);
 }
 
 void getBackgroundMethod(BackgroundControls& controls, BackgroundSettings& settings) {
@@ -78,57 +90,69 @@ void getBackgroundMethod(BackgroundControls& controls, BackgroundSettings& setti
     setAllThresholds(settings, row == 1 ? 50 : (row == 2 ? 75 : 25));
 }
 
-void removeBackground(const BitmapInfo& info, const PlaneArray& planes, int width, int height,
-                      const BackgroundSettings& settings) {
-    const bool planar = info.isPlanar != 0;
-    const long spp = planar ? 1 : info.samplesPerPixel;
-    if (planes[0] == nullptr || spp <= 0 || spp > 8 || info.bytesPerRow <= 0) {
-        return;
-    }
-    // Never past the bitmap, whatever the picture's size claims.
-    long columns = std::min<long>({long(width), long(info.width), info.bytesPerRow / spp});
-    long rows = std::min<long>(long(height), long(info.height));
-    if (info.bytesPerPlane > 0) {
-        rows = std::min<long>(rows, info.bytesPerPlane / info.bytesPerRow);
-    }
-    if (columns <= 0 || rows <= 0) {
-        return;
+bool removeBackground(const WritableChannelView& view, const BackgroundSettings& settings,
+                      unsigned threads, const CancelHook& cancel) {
+    if (view.isEmpty()) {
+        return true;
     }
     const std::array<std::int32_t, 3> thresholds = {settings.redThreshold, settings.greenThreshold,
                                                     settings.blueThreshold};
-    const bool all = settings.channel < 0 || settings.channel > 2;
-    const auto chosen = [&](int k) { return (all || settings.channel == k) && thresholds[k] >= 0; };
-
-    if (!planar) {
-        LanePattern p;
-        p.length = std::size_t(spp) * kPatternPixels;
-        bool any = false;
-        for (int k = 0; k < 3 && k < spp; ++k) {
-            if (chosen(k)) {
-                setLane(p, std::size_t(k), std::size_t(spp), thresholds[std::size_t(k)]);
-                any = true;
+    const bool all = settings.channel == BackgroundChannel::All;
+    std::array<bool, 3> chosen{};
+    for (int k = 0; k < 3; ++k) {
+        chosen[std::size_t(k)] =
+            (all || int(settings.channel) == k) && thresholds[std::size_t(k)] >= 0;
+    }
+    if (!chosen[0] && !chosen[1] && !chosen[2]) {
+        return true;
+    }
+    // Meshed pixels of up to eight samples are thresholded as one run of bytes per row (the
+    // lanes beyond the colours keep a limit of 0); anything else one channel at a time.
+    const std::size_t stride = std::size_t(view.pixelStride);
+    const bool meshed = view.isMeshedRGB() && stride <= 8;
+    std::array<LanePattern, 3> patterns;
+    if (meshed) {
+        patterns[0].length = stride * kPatternPixels;
+        for (int k = 0; k < 3; ++k) {
+            if (chosen[std::size_t(k)]) {
+                setLane(patterns[0], std::size_t(k), stride, thresholds[std::size_t(k)]);
             }
         }
-        if (!any) {
-            return;
-        }
-        for (long r = 0; r < rows; ++r) {
-            thresholdBytes(planes[0] + r * info.bytesPerRow, std::size_t(columns * spp), p);
-        }
-        return;
-    }
-    for (int k = 0; k < 3; ++k) {
-        if (!chosen(k) || planes[std::size_t(k)] == nullptr ||
-            (info.numberOfPlanes > 0 && k >= info.numberOfPlanes)) {
-            continue;
-        }
-        LanePattern p;
-        p.length = kPatternPixels;
-        setLane(p, 0, 1, thresholds[std::size_t(k)]);
-        for (long r = 0; r < rows; ++r) {
-            thresholdBytes(planes[std::size_t(k)] + r * info.bytesPerRow, std::size_t(columns), p);
+    } else {
+        for (std::size_t k = 0; k < 3; ++k) {
+            patterns[k].length = kPatternPixels;
+            setLane(patterns[k], 0, 1, thresholds[k]);
         }
     }
+    const std::size_t rowBytes = std::size_t(view.width) * stride;
+    return forEachRowBlock(
+        view.height, workersFor(view.height, view.width, threads),
+        [&](unsigned, std::int64_t begin, std::int64_t end) {
+            for (std::int64_t r = begin; r < end; ++r) {
+                if (meshed) {
+                    // The last pixel's bytes beyond the colours may be the row's end.
+                    std::uint8_t* row = view.sample(0, r, 0);
+                    thresholdBytes(row, rowBytes - (stride - 3), patterns[0]);
+                    continue;
+                }
+                for (int k = 0; k < 3; ++k) {
+                    if (!chosen[std::size_t(k)]) {
+                        continue;
+                    }
+                    std::uint8_t* p = view.sample(k, r, 0);
+                    if (stride == 1) {
+                        thresholdBytes(p, std::size_t(view.width), patterns[std::size_t(k)]);
+                        continue;
+                    }
+                    const std::uint8_t limit = patterns[std::size_t(k)].above[0];
+                    for (std::int64_t c = 0; c < view.width; ++c) {
+                        std::uint8_t& b = p[c * view.pixelStride];
+                        b = b > limit ? b : 0;
+                    }
+                }
+            }
+        },
+        cancel);
 }
 
 }  // namespace pv

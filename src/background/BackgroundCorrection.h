@@ -2,15 +2,20 @@
 
 #include <cstdint>
 
-#include "image/Bitmap.h"
-#include "image/ImageRecords.h"
+#include "core/ParallelRows.h"
+#include "image/ChannelView.h"
 
 namespace pv {
 
 // Channel choice and thresholds of the correction; one record for the whole program, kept while
 // the window is closed.
+enum class BackgroundChannel { Red, Green, Blue, All };
+
+// The channel popup's items: red, green, blue, all; any other item (none selected) is all.
+BackgroundChannel backgroundChannelForItem(int item);
+
 struct BackgroundSettings {
-    std::int32_t channel = 3;  // 0 red, 1 green, 2 blue, anything else all three
+    BackgroundChannel channel = BackgroundChannel::All;
     std::int32_t enteredThreshold = 0;
     std::int32_t redThreshold = 0;
     std::int32_t greenThreshold = 0;
@@ -37,9 +42,9 @@ void getRGBChannel(const BackgroundControls& controls, BackgroundSettings& setti
 void getBackgroundMethod(BackgroundControls& controls, BackgroundSettings& settings);
 
 // Sets to 0, in place, every sample of the chosen channel (or of all three) at or below its
-// threshold, over width x height pixels from the top row, clipped to the bitmap that info
-// describes. A negative threshold leaves its channel alone.
-void removeBackground(const BitmapInfo& info, const PlaneArray& planes, int width, int height,
-                      const BackgroundSettings& settings);
+// threshold. A negative threshold leaves its channel alone. Rows are split among `threads`
+// workers (0: one per core). False when cancel stopped it (part corrected).
+bool removeBackground(const WritableChannelView& view, const BackgroundSettings& settings,
+                      unsigned threads = 0, const CancelHook& cancel = {});
 
 }  // namespace pv

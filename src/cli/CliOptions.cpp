@@ -125,13 +125,8 @@ bool parseBackground(std::string_view text, BackgroundStep& step, std::string& e
 
 }  // namespace
 
-const char* pairName(int rgbCombo) {
-    return kPairNames[normalizedRGBCombo(rgbCombo)];
-}
-
-int popupIndexForRGBCombo(int rgbCombo) {
-    constexpr int kIndex[6] = {0, 1, 3, 4, 6, 7};
-    return kIndex[normalizedRGBCombo(rgbCombo)];
+const char* pairName(RGBCombo combo) {
+    return kPairNames[int(combo)];
 }
 
 ParseResult parseOptions(const std::vector<std::string>& args) {
@@ -163,7 +158,7 @@ ParseResult parseOptions(const std::vector<std::string>& args) {
             bool found = false;
             for (int p = 0; p < 6; ++p) {
                 if (*v == kPairNames[p]) {
-                    o.rgbCombo = p;
+                    o.rgbCombo = RGBCombo(p);
                     found = true;
                 }
             }

@@ -25,7 +25,7 @@ struct BackgroundStep {
 
 struct Options {
     std::vector<std::string> images;
-    int rgbCombo = 0;
+    RGBCombo rgbCombo = RGBCombo::RedGreen;
     CoefficientCheckboxes checkboxes;
     std::optional<std::string> reportStem;
     ReportFormat format = ReportFormat::Spreadsheet;
@@ -46,9 +46,7 @@ struct ParseResult {
 ParseResult parseOptions(const std::vector<std::string>& args);
 
 // "red-green" and friends, in the order of the channel popup.
-const char* pairName(int rgbCombo);
-// The popup item that selects a pair (items 2 and 5 are separators).
-int popupIndexForRGBCombo(int rgbCombo);
+const char* pairName(RGBCombo combo);
 
 std::string usageText();
 

@@ -26,7 +26,7 @@ namespace {
 using namespace pv;
 
 // A front end that answers the background question later and collects what would be shown.
-class BatchPort : public ControllerPort {
+class BatchPort : public NullControllerPort {
   public:
     void askBackgroundCorrectionWarning() override { warningAsked = true; }
     void askScatterGramWarning(const WarningQuestion&) override { scatterGramWarningAsked = true; }
@@ -72,8 +72,8 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     controller.awakeFromNib();
     controller.applicationDidFinishLaunching();
     controller.setCheckboxes(o.checkboxes);
-    if (o.rgbCombo != 0) {
-        controller.getChannelsRGBCombo(cli::popupIndexForRGBCombo(o.rgbCombo));
+    if (o.rgbCombo != RGBCombo::RedGreen) {
+        controller.getChannelsRGBCombo(popupIndexForRGBCombo(o.rgbCombo));
     }
 
     const Status opened = controller.openImageFile(image);
@@ -98,13 +98,13 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
 
     controller.calculateCoefficientsNow();
     if (port.warningAsked) {
-        controller.colocalizationWarningSheetDidEnd(1);  // calculate anyway
+        controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
     }
     if (o.region) {
         cli::drawRegion(controller, *o.region);
         controller.calculateROINow();
         if (port.scatterGramWarningAsked) {
-            controller.colocalizationScatterGramWarningSheetDidEnd(1);  // "Calculate"
+            controller.colocalizationScatterGramWarningSheetDidEnd(ScatterGramWarningAnswer::Calculate);
         }
         if (o.reveal) {
             controller.reflectWhitePixels();
@@ -150,21 +150,16 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     return out;
 }
 
-std::string headerRow(int rgbCombo) {
-    // Class names of the pair, taken from a controller so the table and the window agree.
-    BatchPort port;
-    PixmeraVeltroController controller(port);
-    controller.displayPixelInformation(rgbCombo);
+std::string headerRow(RGBCombo combo) {
+    const PairLabels pair = pairLabels(combo);
     auto name = [](std::string label) {
         if (!label.empty() && label.back() == ':') {
             label.pop_back();
         }
         return label;
     };
-    const ResultFields& f = controller.fields();
-    const std::vector<std::string> labels = {name(f.yAxisPixelColorText),
-                                             name(f.xAxisPixelColorText),
-                                             name(f.xyAxisPixelColorText), "Total"};
+    const std::vector<std::string> labels = {name(pair.yClass), name(pair.xClass),
+                                             name(pair.xyClass), "Total"};
     std::string header = "File\tPair";
     for (const std::string& label : labels) {
         header += "\t" + label + " count\t" + label + " %";

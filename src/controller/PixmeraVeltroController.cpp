@@ -1,9 +1,8 @@
 #include "controller/PixmeraVeltroController.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <utility>
 
+#include "analysis/AnalysisPass.h"
 #include "analysis/Coefficients.h"
 #include "analysis/ScatterGram.h"
 #include "core/Localization.h"
@@ -13,53 +12,50 @@
 
 namespace pv {
 
-namespace {
-
-std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string format(const char* fmt, ...) {
-    char buffer[64];
-    va_list args;
-    va_start(args, fmt);
-    const int n = std::vsnprintf(buffer, sizeof buffer, fmt, args);
-    va_end(args);
-    return n < 0 ? std::string()
-                 : std::string(buffer,
-                               std::size_t(n) < sizeof buffer ? std::size_t(n) : sizeof buffer - 1);
+std::optional<BackgroundWarningAnswer> backgroundWarningAnswerForTag(int tag) {
+    switch (tag) {
+        case -1:
+            return BackgroundWarningAnswer::CorrectFirst;
+        case 0:
+            return BackgroundWarningAnswer::Help;
+        case 1:
+            return BackgroundWarningAnswer::CalculateAnyway;
+        default:
+            return std::nullopt;
+    }
 }
 
-std::string coefficientText(double value, bool ticked) {
-    return ticked ? format("%0.4f", value) : std::string("ND");
+ScatterGramWarningAnswer scatterGramWarningAnswerForReturnCode(int returnCode) {
+    return returnCode == 0 ? ScatterGramWarningAnswer::Background
+                           : ScatterGramWarningAnswer::Calculate;
 }
-
-// Labels of one channel pair: axis names, the three class labels, and the channels of the
-// Y class, X class and mixed class.
-struct PairLabels {
-    const char* yAxis;
-    const char* xAxis;
-    const char* yClass;
-    const char* xClass;
-    const char* xyClass;
-};
-
-constexpr PairLabels kPairLabels[6] = {
-    {"Red", "Green", "Red:", "Green:", "Yellow:"}, {"Red", "Blue", "Red:", "Blue:", "Magenta:"},
-    {"Green", "Red", "Green:", "Red:", "Yellow:"}, {"Green", "Blue", "Green:", "Blue:", "Cyan:"},
-    {"Blue", "Red", "Blue:", "Red:", "Magenta:"},  {"Blue", "Green", "Blue:", "Green:", "Cyan:"},
-};
-
-// The Y class, X class and mixed class of a pair, from a census of six classes given in the
-// order red, green, blue, yellow, magenta, cyan.
-std::array<std::int32_t, 3> pairClassCounts(int rgbCombo, const std::array<std::int32_t, 6>& c) {
-    const ChannelPair pair = channelPairFor(rgbCombo);
-    // The mixed class of a pair is named by the channel it lacks: blue → yellow, green → magenta.
-    return {c[std::size_t(pair.y)], c[std::size_t(pair.x)], c[std::size_t(5 - pair.third)]};
-}
-
-}  // namespace
 
 void PixmeraController::loadSupportedFileTypes() {
     supportedImageFileTypes_ =
         pv::loadSupportedFileTypes(declaredDocumentTypes(), supportedImageFileTypes_);
+}
+
+PixmeraVeltroController::Action::~Action() {
+    if (--c_.actionDepth_ > 0) {
+        return;
+    }
+    // Flags first: the port may call back into the controller.
+    const bool image = std::exchange(c_.imagePending_, false);
+    const bool scatterGram = std::exchange(c_.scatterGramPending_, false);
+    const bool controls = std::exchange(c_.refreshPending_, false);
+    if (image) {
+        c_.port_.showImage(c_.image_.viewPicture());
+    }
+    if (scatterGram && c_.scatterGramBitmap_) {
+        // The view keeps a snapshot; later plotting shows only after the next action.
+        if (std::optional<Bitmap> snapshot = c_.scatterGramBitmap_->copy()) {
+            c_.port_.showScatterGram(Picture::at72dpi(std::move(*snapshot)));
+        }
+    }
+    if (controls) {
+        c_.fields_ = resultFields(c_.analysis_, c_.shown_);
+        c_.port_.refreshControls();
+    }
 }
 
 PixmeraVeltroController::PixmeraVeltroController(ControllerPort& port) : port_(port) {
@@ -68,14 +64,14 @@ PixmeraVeltroController::PixmeraVeltroController(ControllerPort& port) : port_(p
 }
 
 void PixmeraVeltroController::awakeFromNib() {
+    const Action action(*this);
     selectionTool_ = 0;
     scatterGramGraph_.selectionMarkerStyle(0);
     drawEmptyScatterGram();
     drawColorBars();
     buttons_.calculateROIButton = false;
     buttons_.reflectROIButton = false;
-    prepareForCalculatingCoefficients();
-    setROIPixelInfo(false);
+    reanalyse();
     buttons_.saveButton = false;
     buttons_.backgroundButton = false;
     buttons_.calculateCoefficientButton = false;
@@ -86,16 +82,26 @@ void PixmeraVeltroController::applicationDidFinishLaunching() {
     loadSupportedFileTypes();
 }
 
+AxisLabelColors PixmeraVeltroController::axisLabelColors() const {
+    const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
+    return {pair.y, pair.x};
+}
+
 // ---------------------------------------------------------------------------------------------
 // Working image
 
 Status PixmeraVeltroController::openImageFile(const std::string& path) {
+    const Action action(*this);
     setImageInfoNamePath(image_.imageFileInfo, path);
     setImageFileType(image_.imageFileInfo, supportedImageFileTypes_, path);
-    Status loaded = loadImageFromThisPath(path);
-    createCopyOfOriginal();
-    imageChanged(false);
-    if (loaded.ok()) {
+    Result<Picture> read = readImageFile(path);
+    if (!read) {
+        const Status failed(read.error());
+        takeNewPicture(Picture(), failed);
+        return failed;
+    }
+    const Status loaded = takeNewPicture(std::move(read).value(), Status());
+    if (loaded) {
         port_.noteRecentDocument(path);
     }
     return loaded;
@@ -103,239 +109,110 @@ Status PixmeraVeltroController::openImageFile(const std::string& path) {
 
 void PixmeraVeltroController::takePictureFromView(Picture picture,
                                                   std::optional<std::string> draggedPath) {
-    image_.viewPicture = std::move(picture);
-    imageChanged(true, draggedPath);
+    const Action action(*this);
+    setImageInfoNamePath(image_.imageFileInfo, draggedPath);
+    setImageFileType(image_.imageFileInfo, supportedImageFileTypes_, draggedPath);
+    takeNewPicture(std::move(picture), Status());
+    if (draggedPath) {
+        port_.noteRecentDocument(*draggedPath);
+    }
 }
 
 void PixmeraVeltroController::selectedNewImage() {
+    const Action action(*this);
     setImageInfoNamePath(image_.imageFileInfo, std::nullopt);
     setImageFileType(image_.imageFileInfo, supportedImageFileTypes_, std::nullopt);
-    loadImageFromThisPath(std::nullopt);
-    createCopyOfOriginal();
-    imageChanged(false);
+    takeNewPicture(image_.viewPicture(), Status());
 }
 
-void PixmeraVeltroController::imageChanged(bool fromView,
-                                           const std::optional<std::string>& draggedPath) {
-    if (fromView) {
-        setImageInfoNamePath(image_.imageFileInfo, draggedPath);
-        setImageFileType(image_.imageFileInfo, supportedImageFileTypes_, draggedPath);
-        loadImageFromThisPath(std::nullopt);
-        createCopyOfOriginal();
-        if (draggedPath) {
-            port_.noteRecentDocument(*draggedPath);
-        }
-    }
-
-    // Rebuild the working bitmap from the view's picture.
-    image_.currentDisplayedImage = image_.viewPicture;
-    ImageFileInfo& info = image_.imageFileInfo;
-    info.width = image_.currentDisplayedImage.size.width;
-    info.height = image_.currentDisplayedImage.size.height;
-    image_.currentImageRect = makeRect(0.0f, 0.0f, info.width, info.height);
-
-    image_.currentDisplayedBitmap = Bitmap();
-    if (!image_.currentDisplayedImage.isEmpty()) {
-        if (auto copy = image_.currentDisplayedImage.bitmap->copy()) {
-            image_.currentDisplayedBitmap = std::move(*copy);
-        } else {
-            port_.showError(Error{tr("There is not enough memory to analyse this picture.")});
-            image_.currentImageRect = Rect();
-        }
-    }
-    const Bitmap& b = image_.currentDisplayedBitmap;
-    BitmapInfo& geometry = image_.bitmapInfo;
-    geometry.bytesPerRow = b.bytesPerRow();
-    geometry.samplesPerPixel = b.samplesPerPixel();
-    geometry.bitsPerPixel = b.bitsPerPixel();
-    geometry.bytesPerPlane = std::int32_t(b.bytesPerPlane());
-    geometry.numberOfPlanes = b.numberOfPlanes();
-    geometry.isPlanar = b.isPlanar() ? 1 : 0;
-    geometry.height = info.height;
-    geometry.width = info.width;
-    image_.currentDisplayedBitmapArray = image_.currentDisplayedBitmap.planes();
-    info.bitDepth = geometry.bitsPerPixel * geometry.numberOfPlanes;
-
-    prepareForCalculatingCoefficients();
-    setROIPixelInfo(false);
-    buttons_.backgroundButton = true;
-    buttons_.calculateCoefficientButton = true;
-    refresh();
-}
-
-Status PixmeraVeltroController::loadImageFromThisPath(const std::optional<std::string>& path) {
-    image_.modifiedImageDisplayed = false;
-    Status status;
-    Picture read;
-    if (path) {
-        Result<Picture> decoded = readImageFile(*path);
-        if (decoded) {
-            read = std::move(decoded).value();
-        } else {
-            status = Status(decoded.error());
-        }
-    } else {
-        read = image_.viewPicture;
-    }
-
-    Picture shown;
+Status PixmeraVeltroController::takeNewPicture(Picture read, Status status) {
+    // Even a failed read is normalised (as nothing), so the file facts read as for no picture.
+    Picture normalised;
     Result<Picture> at72 = convertNon72dpiImages(read, image_.imageFileInfo);
+    read = Picture();  // kept only if normalisation had nothing to change
     if (at72) {
-        shown = std::move(at72).value();
-        Result<std::optional<Picture>> meshed = convertPlanarImageToNonPlanar(shown);
+        normalised = std::move(at72).value();
+        Result<std::optional<Picture>> meshed = convertPlanarImageToNonPlanar(normalised);
         if (!meshed) {
             status = Status(meshed.error());
-            shown = Picture();
+            normalised = Picture();
         } else if (meshed.value()) {
-            shown = std::move(*meshed.value());
+            normalised = std::move(*meshed.value());
         }
     } else {
         status = Status(at72.error());
     }
-
-    image_.viewPicture = std::move(shown);
-    port_.showImage(image_.viewPicture);
-    if (!status.ok()) {
+    if (!status) {
         port_.showError(status.error());
     }
+    image_.load(std::move(normalised));
+    imageShown();
+    reanalyse();
+    buttons_.backgroundButton = true;
+    buttons_.calculateCoefficientButton = true;
+    refresh();
     return status;
 }
 
-void PixmeraVeltroController::createCopyOfOriginal() {
-    image_.originalImage = image_.viewPicture;
-    image_.imageFileInfo.backgroundCorrected = 0;
-    image_.initialImageHasBeenSelected = true;
-}
-
-void PixmeraVeltroController::updateDisplayedImage() {
-    if (!image_.restoreOriginalRequested) {
-        image_.imageFileInfo.backgroundCorrected = 1;
-        std::optional<Bitmap> copy = image_.currentDisplayedBitmap.copy();
-        image_.modifiedDisplayedImage =
-            copy ? Picture::at72dpi(std::move(*copy)) : image_.currentDisplayedImage;
-        image_.modifiedImageDisplayed = true;
-        image_.viewPicture = image_.modifiedDisplayedImage;
-        port_.showImage(image_.viewPicture);
-        // Pictures are immutable, so sharing is the copy.
-        image_.currentDisplayedImage = image_.modifiedDisplayedImage;
-    } else {
-        image_.imageFileInfo.backgroundCorrected = 0;
-        image_.modifiedImageDisplayed = false;
-        image_.viewPicture = image_.originalImage;
-        port_.showImage(image_.viewPicture);
-        image_.restoreOriginalRequested = false;
-        if (!image_.originalImage.isEmpty()) {
-            if (auto copy = image_.originalImage.bitmap->copy()) {
-                image_.currentDisplayedBitmap = std::move(*copy);
-            }
-        }
-        image_.currentDisplayedBitmapArray = image_.currentDisplayedBitmap.planes();
-        image_.currentDisplayedImage = image_.originalImage;
-    }
-    prepareForCalculatingCoefficients();
-    setROIPixelInfo(false);
-}
-
 void PixmeraVeltroController::restoreImageToOriginal() {
-    image_.restoreOriginalRequested = true;
-    updateDisplayedImage();
+    const Action action(*this);
+    image_.restore();
+    imageShown();
+    reanalyse();
 }
 
 // ---------------------------------------------------------------------------------------------
 // Analysis
 
-void PixmeraVeltroController::getChannelsRGBCombo(int popupIndex) {
-    analysis_.rgbCombo = rgbComboForPopupIndex(popupIndex);
-    drawColorBars();
+void PixmeraVeltroController::reanalyse() {
     prepareForCalculatingCoefficients();
     setROIPixelInfo(false);
+}
+
+void PixmeraVeltroController::getChannelsRGBCombo(int popupIndex) {
+    const Action action(*this);
+    analysis_.rgbCombo = rgbComboForPopupIndex(popupIndex);
+    drawColorBars();
+    reanalyse();
 }
 
 void PixmeraVeltroController::prepareForCalculatingCoefficients() {
     clearCoefficientsTextResults();
     calculateScatterGram();
-    displayPixelInformation(analysis_.rgbCombo);
     drawScatterGram();
-    displayROIPreview();
+    image_.showAnalysedPicture();
+    imageShown();
     buttons_.saveButton = false;
     refresh();
 }
 
 void PixmeraVeltroController::calculateScatterGram() {
-    resetPassResults(analysis_);
-
-    scatterGramBitmap_ = makeEmptyScatterGram();
+    analysis_.census = {};
+    analysis_.sums = {};
     if (!scatterGramBitmap_) {
-        scatterGramData_ = nullptr;
+        scatterGramBitmap_ = makeEmptyScatterGram();
+    }
+    if (!scatterGramBitmap_) {
         histogram_.counts.clear();
         port_.logMessage(kInitializationError);
         return;
     }
-    scatterGramData_ = scatterGramBitmap_->bitmapData();
-    if (!runAnalysisPass(image_.bitmapInfo, image_.currentDisplayedBitmapArray,
-                         image_.currentImageRect, analysis_, scatterGramData_, histogram_,
-                         analysisThreads_)) {
+    if (!runAnalysisPass(image_.channels(), analysis_, scatterGramBitmap_->bitmapData(),
+                         histogram_, analysisThreads_)) {
         port_.logMessage(kInitializationError);
     }
 }
 
-void PixmeraVeltroController::writeCountTexts(const std::array<std::string*, 4>& counts,
-                                              const std::array<std::string*, 4>& percents,
-                                              const std::array<std::int32_t, 3>& classes,
-                                              std::int32_t total) {
-    const std::int32_t shown[4] = {classes[0], classes[1], classes[2],
-                                   classes[0] + classes[1] + classes[2]};
-    for (std::size_t i = 0; i < 4; ++i) {
-        *counts[i] = format("%d", shown[i]);
-        *percents[i] = percentText(shown[i], total);
-    }
-}
-
-std::string PixmeraVeltroController::percentText(std::int32_t count, std::int32_t total) const {
-    // The quotient is single precision, widened before scaling: the texts depend on it.
-    const float quotient = float(count) / float(total);
-    return format("%.2f", double(quotient) * 100.0);
-}
-
-void PixmeraVeltroController::displayPixelInformation(int rgbCombo) {
-    const int p = normalizedRGBCombo(rgbCombo);
-    const PairLabels& labels = kPairLabels[p];
-    const ChannelPair pair = channelPairFor(p);
-    fields_.yAxisColorText = tr(labels.yAxis);
-    fields_.xAxisColorText = tr(labels.xAxis);
-    fields_.yAxisPixelColorText = tr(labels.yClass);
-    fields_.xAxisPixelColorText = tr(labels.xClass);
-    fields_.xyAxisPixelColorText = tr(labels.xyClass);
-    axisLabelColors_.yAxisColorText = pair.y;
-    axisLabelColors_.xAxisColorText = pair.x;
-
-    const AnalysisState& a = analysis_;
-    writeCountTexts({&fields_.yAxisPixelCountText, &fields_.xAxisPixelCountText,
-                     &fields_.xyAxisPixelCountText, &fields_.pixelCountTotal},
-                    {&fields_.yAxisPixelPercentText, &fields_.xAxisPixelPercentText,
-                     &fields_.xyAxisPixelPercentText, &fields_.pixelPercentTotal},
-                    pairClassCounts(p, {a.redPixelCount, a.greenPixelCount, a.bluePixelCount,
-                                        a.yellowPixelCount, a.magentaPixelCount, a.cyanPixelCount}),
-                    a.totalPixelCount);
-    refresh();
-}
-
 void PixmeraVeltroController::setROIPixelInfo(bool enabled) {
-    fields_.roiColumnEnabled = enabled;
+    shown_.roiColumn = enabled;
     if (!enabled) {
-        for (std::string* f : {&fields_.xAxisROIPixelCountText, &fields_.xAxisROIPixelPercentText,
-                               &fields_.yAxisROIPixelCountText, &fields_.yAxisROIPixelPercentText,
-                               &fields_.xyAxisROIPixelCountText, &fields_.xyAxisROIPixelPercentText,
-                               &fields_.pixelCountROITotal, &fields_.pixelROIPercentTotal}) {
-            *f = "--";
-        }
-        fields_.coefficient_M1.clear();
-        fields_.coefficient_M2.clear();
+        shown_.roiCoefficients = false;
     }
     refresh();
 }
 
 void PixmeraVeltroController::calculateCoefficientsNow() {
+    const Action action(*this);
     if (image_.imageFileInfo.backgroundCorrected) {
         calculateCoefficients();
         return;
@@ -343,75 +220,49 @@ void PixmeraVeltroController::calculateCoefficientsNow() {
     port_.askBackgroundCorrectionWarning();
 }
 
-void PixmeraVeltroController::colocalizationWarningSheetDidEnd(int tag) {
-    switch (tag) {
-        case 1:
+void PixmeraVeltroController::colocalizationWarningSheetDidEnd(BackgroundWarningAnswer answer) {
+    const Action action(*this);
+    switch (answer) {
+        case BackgroundWarningAnswer::CalculateAnyway:
             calculateCoefficients();
             break;
-        case -1:
+        case BackgroundWarningAnswer::CorrectFirst:
             port_.performBackgroundCorrection();
             break;
-        case 0:
+        case BackgroundWarningAnswer::Help:
             port_.showHelpPage(kCalculateHelpPage);
-            break;
-        default:
             break;
     }
 }
 
 void PixmeraVeltroController::calculateCoefficients() {
-    calculatePearsons_Rr();
-    calculateOverlap_R();
-    calculateOverlap_k1k2();
-    calculateOverlap_m1m2();
+    const Action action(*this);
+    analysis_.coefficients = imageCoefficients(analysis_.sums);
+    shown_.coefficients = checkboxes_;
     analysis_.coefficientsCalculated = true;
     buttons_.saveButton = true;
     refresh();
 }
 
-void PixmeraVeltroController::calculatePearsons_Rr() {
-    computePearsons_Rr(analysis_);
-    fields_.coefficient_Rr = coefficientText(analysis_.pearsons_Rr, checkboxes_.checkbox_Rr);
-}
-
-void PixmeraVeltroController::calculateOverlap_R() {
-    computeOverlap_R(analysis_);
-    fields_.coefficient_R = coefficientText(analysis_.overlap_R, checkboxes_.checkbox_R);
-}
-
-void PixmeraVeltroController::calculateOverlap_k1k2() {
-    computeOverlap_k1k2(analysis_);
-    fields_.coefficient_k1 = coefficientText(analysis_.overlap_k1, checkboxes_.checkbox_k1);
-    fields_.coefficient_k2 = coefficientText(analysis_.overlap_k2, checkboxes_.checkbox_k1);
-}
-
-void PixmeraVeltroController::calculateOverlap_m1m2() {
-    computeOverlap_m1m2(analysis_);
-    fields_.coefficient_m1 = coefficientText(analysis_.overlap_m1, checkboxes_.checkbox_m1);
-    fields_.coefficient_m2 = coefficientText(analysis_.overlap_m2, checkboxes_.checkbox_m1);
-}
-
 void PixmeraVeltroController::clearCoefficientsTextResults() {
-    for (std::string* f :
-         {&fields_.coefficient_Rr, &fields_.coefficient_R, &fields_.coefficient_k1,
-          &fields_.coefficient_k2, &fields_.coefficient_m1, &fields_.coefficient_m2}) {
-        f->clear();
-    }
+    shown_.coefficients.reset();
     refresh();
 }
 
 void PixmeraVeltroController::selectAllCoefficients() {
+    const Action action(*this);
     checkboxes_ = CoefficientCheckboxes{true, true, true, true};
     clearCoefficientsTextResults();
 }
 
 void PixmeraVeltroController::clearAllCoefficients() {
+    const Action action(*this);
     clearCoefficientsTextResults();
     analysis_.coefficientsCalculated = false;
-    refresh();
 }
 
 void PixmeraVeltroController::setCheckboxes(const CoefficientCheckboxes& boxes) {
+    const Action action(*this);
     checkboxes_ = boxes;
     refresh();
 }
@@ -421,32 +272,17 @@ void PixmeraVeltroController::setCheckboxes(const CoefficientCheckboxes& boxes) 
 
 void PixmeraVeltroController::drawEmptyScatterGram() {
     scatterGramBitmap_ = makeEmptyScatterGram();
-    if (!scatterGramBitmap_) {
-        scatterGramData_ = nullptr;
-        return;
-    }
-    scatterGramData_ = scatterGramBitmap_->bitmapData();
     drawScatterGram();
-    displayROIPreview();
+    image_.showAnalysedPicture();
+    imageShown();
 }
 
 void PixmeraVeltroController::drawScatterGram() {
-    if (!scatterGramBitmap_) {
-        return;
-    }
-    // The view keeps a snapshot; later plotting shows only after the next call.
-    if (std::optional<Bitmap> snapshot = scatterGramBitmap_->copy()) {
-        port_.showScatterGram(Picture::at72dpi(std::move(*snapshot)));
-    }
+    scatterGramPending_ = true;
 }
 
 void PixmeraVeltroController::drawColorBars() {
     port_.showColorBars(colorBarNames(analysis_.rgbCombo));
-}
-
-void PixmeraVeltroController::displayROIPreview() {
-    image_.viewPicture = image_.currentDisplayedImage;
-    port_.showImage(image_.viewPicture);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -464,6 +300,7 @@ void PixmeraVeltroController::changeROIColorPrefs() {
 }
 
 void PixmeraVeltroController::scatterGramROISelected() {
+    const Action action(*this);
     const Rect region = scatterGramGraph_.selectedRectSize();
     port_.setFocusForPasting(false);
     calculateROIPixelCount();
@@ -478,40 +315,28 @@ void PixmeraVeltroController::scatterGramROISelected() {
 
 RegionSelection PixmeraVeltroController::currentRegionSelection() {
     if (scatterGramGraph_.selectedRectSize().isEmpty()) {
-        return RegionSelection::singleColor(mouseUpHere_);
+        return RegionSelection::singleColor();
     }
     const Path& outline = scatterGramGraph_.currentlySelectedPath();
     return RegionSelection::fromPairTest([&outline](Point p) { return outline.containsPoint(p); });
 }
 
 void PixmeraVeltroController::calculateROIPixelCount() {
-    resetRegionResults(analysis_);
-    // The counts come from the last pass's histogram of the working bitmap, so no copy of the
-    // bitmap is made and no pixel is read here.
+    analysis_.roiCensus = {};
+    analysis_.roiSums = {};
+    // The counts come from the last pass's histogram, so no pixel is read here.
     if (!scatterGramBitmap_) {
         port_.logMessage(kInitializationError);
         return;
     }
-    if (!histogram_.counts.empty()) {
-        countRegion(histogram_, currentRegionSelection(), analysis_);
-    }
-    displayROIPixelCount();
-}
-
-void PixmeraVeltroController::displayROIPixelCount() {
-    const AnalysisState& a = analysis_;
-    writeCountTexts({&fields_.yAxisROIPixelCountText, &fields_.xAxisROIPixelCountText,
-                     &fields_.xyAxisROIPixelCountText, &fields_.pixelCountROITotal},
-                    {&fields_.yAxisROIPixelPercentText, &fields_.xAxisROIPixelPercentText,
-                     &fields_.xyAxisROIPixelPercentText, &fields_.pixelROIPercentTotal},
-                    pairClassCounts(a.rgbCombo, {a.roiRedPixelCount, a.roiGreenPixelCount,
-                                                 a.roiBluePixelCount, a.roiYellowPixelCount,
-                                                 a.roiMagentaPixelCount, a.roiCyanPixelCount}),
-                    a.roiTotalPixelCount);
+    const RegionCount count = countRegion(histogram_, currentRegionSelection());
+    analysis_.roiCensus = count.census;
+    analysis_.roiSums = count.sums;
     setROIPixelInfo(true);
 }
 
 void PixmeraVeltroController::calculateROINow() {
+    const Action action(*this);
     if (image_.imageFileInfo.backgroundCorrected) {
         calculateROI();
         return;
@@ -523,8 +348,10 @@ void PixmeraVeltroController::calculateROINow() {
         tr("Calculate"), tr("Background...")});
 }
 
-void PixmeraVeltroController::colocalizationScatterGramWarningSheetDidEnd(int returnCode) {
-    if (returnCode == 0) {
+void PixmeraVeltroController::colocalizationScatterGramWarningSheetDidEnd(
+    ScatterGramWarningAnswer answer) {
+    const Action action(*this);
+    if (answer == ScatterGramWarningAnswer::Background) {
         port_.performBackgroundCorrection();
     } else {
         calculateROI();
@@ -532,87 +359,48 @@ void PixmeraVeltroController::colocalizationScatterGramWarningSheetDidEnd(int re
 }
 
 void PixmeraVeltroController::calculateROI() {
-    calculateColocalization_M1M2();
+    const Action action(*this);
+    analysis_.roiCoefficients = colocalization_M1M2(analysis_.roiSums);
+    shown_.roiCoefficients = true;
     analysis_.roiCoefficientsCalculated = true;
     buttons_.saveButton = true;
     refresh();
 }
 
-void PixmeraVeltroController::calculateColocalization_M1M2() {
-    computeColocalization_M1M2(analysis_);
-    fields_.coefficient_M1 = format("%0.4f", analysis_.colocalization_M1);
-    fields_.coefficient_M2 = format("%0.4f", analysis_.colocalization_M2);
-}
-
 void PixmeraVeltroController::clearROICalculations() {
     setROIPixelInfo(false);
-    fields_.coefficient_M1.clear();
-    fields_.coefficient_M2.clear();
     analysis_.roiCoefficientsCalculated = false;
-    analysis_.reflectedImageValid = false;
-    image_.revealCleared = true;
-    displayWhitePixelImage();
+    image_.clearReveal();
+    imageShown();
     refresh();
 }
 
 void PixmeraVeltroController::reflectWhitePixels() {
+    const Action action(*this);
     if (!scatterGramBitmap_) {
         port_.logMessage(kInitializationError);
         return;
     }
-    // The copy is painted as it is made; it becomes the revealed picture itself, since the
-    // bitmap would be let go right after anyway.
-    std::optional<Bitmap> painted =
-        revealedCopy(image_.currentDisplayedBitmap, image_.bitmapInfo, image_.currentImageRect,
-                     currentRegionSelection(), analysis_, analysisThreads_);
-    if (!painted) {
+    if (!image_.reveal(currentRegionSelection(), analysis_, analysisThreads_)) {
         port_.showError(Error{tr("There is not enough memory to reveal the pixels.")});
         return;
     }
-    image_.revealedImage = painted->isEmpty() ? Picture() : Picture::at72dpi(std::move(*painted));
-    image_.modifiedDisplayedBitmap = Bitmap();
-    image_.modifiedDisplayedBitmapArray = PlaneArray{};
-    image_.revealCleared = false;
-    displayWhitePixelImage();
-    analysis_.reflectedImageValid = true;
+    imageShown();
     refresh();
-}
-
-void PixmeraVeltroController::colorThePixelWhite(Point p) {
-    paintPixel(image_.bitmapInfo, image_.modifiedDisplayedBitmapArray, p,
-               analysis_.redRevealPixelValue, analysis_.greenRevealPixelValue,
-               analysis_.blueRevealPixelValue);
-}
-
-void PixmeraVeltroController::displayWhitePixelImage() {
-    if (image_.revealCleared) {
-        if (image_.restoreOriginalRequested) {
-            image_.modifiedImageDisplayed = false;
-            image_.viewPicture = image_.originalImage;
-            port_.showImage(image_.viewPicture);
-            return;
-        }
-        // The working bitmap's pixels are those of the picture under analysis.
-        image_.modifiedDisplayedImage = image_.currentDisplayedImage;
-    } else {
-        image_.modifiedDisplayedImage = image_.revealedImage;
-    }
-    image_.modifiedImageDisplayed = true;
-    image_.viewPicture = image_.modifiedDisplayedImage;
-    port_.showImage(image_.viewPicture);
 }
 
 // ---------------------------------------------------------------------------------------------
 // Background correction
 
 void PixmeraVeltroController::removeBackgroundNow(BackgroundControls& controls) {
-    const int width = int(image_.currentDisplayedImage.size.width);
-    const int height = int(image_.currentDisplayedImage.size.height);
+    const Action action(*this);
     getBackgroundMethod(controls, backgroundSettings_);
-    removeBackground(image_.bitmapInfo, image_.currentDisplayedBitmapArray, width, height,
-                     backgroundSettings_);
-    image_.restoreOriginalRequested = false;
-    updateDisplayedImage();
+    if (!image_.applyBackgroundCorrection(backgroundSettings_, analysisThreads_)) {
+        port_.showError(Error{tr("There is not enough memory to correct the background.")});
+        return;
+    }
+    imageShown();
+    reanalyse();
 }
 
 void PixmeraVeltroController::resetImageToOriginal() {
@@ -623,16 +411,16 @@ void PixmeraVeltroController::resetImageToOriginal() {
 // Output
 
 std::vector<Error> PixmeraVeltroController::outputPixelCoefficientData(const std::string& stem,
-                                                                       ReportFormat format_,
+                                                                       ReportFormat format,
                                                                        bool saveImages) {
     ExportRequest request;
     request.stem = stem;
-    request.format = format_;
+    request.format = format;
     request.saveImages = saveImages;
-    request.currentDisplayedImage = image_.currentDisplayedImage.bitmap.get();
+    request.currentDisplayedImage = image_.currentDisplayedImage().bitmap.get();
     request.scatterGram = scatterGramBitmap_ ? &*scatterGramBitmap_ : nullptr;
-    if (analysis_.reflectedImageValid) {
-        request.revealedImage = image_.revealedImage.bitmap.get();
+    if (image_.reflectedImageValid()) {
+        request.revealedImage = image_.revealedImage().bitmap.get();
     }
     return pv::outputPixelCoefficientData(fields_, request);
 }

@@ -47,12 +47,36 @@ std::optional<Bitmap> Bitmap::copy() const {
     return b;
 }
 
-PlaneArray Bitmap::planes() {
-    PlaneArray p{};
-    for (int k = 0; k < numberOfPlanes() && k < 5; ++k) {
-        p[std::size_t(k)] = plane(k);
+namespace {
+
+template <class View, class Byte>
+View channelsOf(const Bitmap& b, Byte* data) {
+    if (b.isEmpty()) {
+        return View{};
     }
-    return p;
+    std::array<std::span<Byte>, 3> channels;
+    const std::size_t planeBytes = b.bytesPerPlane();
+    for (int k = 0; k < 3; ++k) {
+        const int sample = b.samplesPerPixel() >= 3 ? k : 0;
+        const std::size_t start =
+            b.isPlanar() ? std::size_t(sample) * planeBytes : std::size_t(sample);
+        const std::size_t end = b.isPlanar() ? start + planeBytes : planeBytes;
+        channels[std::size_t(k)] = std::span<Byte>(data + start, end - start);
+    }
+    // A bitmap's own layout always passes; the check is what makes a view trustworthy.
+    const auto view = View::over(channels, b.isPlanar() ? 1 : b.samplesPerPixel(),
+                                 b.bytesPerRow(), b.pixelsWide(), b.pixelsHigh());
+    return view ? *view : View{};
+}
+
+}  // namespace
+
+ChannelView Bitmap::channels() const {
+    return channelsOf<ChannelView>(*this, static_cast<const std::uint8_t*>(data_.get()));
+}
+
+WritableChannelView Bitmap::writableChannels() {
+    return channelsOf<WritableChannelView>(*this, data_.get());
 }
 
 }  // namespace pv

@@ -6,10 +6,9 @@
 #include <memory>
 #include <optional>
 
-namespace pv {
+#include "image/ChannelView.h"
 
-// Up to five plane pointers, as a bitmap hands them out (entry 0 only for meshed data).
-using PlaneArray = std::array<std::uint8_t*, 5>;
+namespace pv {
 
 // An 8-bit-per-sample raster: either meshed (one plane, samples interleaved) or planar
 // (one plane per sample). Rows run top to bottom in memory; a row of a plane is bytesPerRow
@@ -62,8 +61,10 @@ class Bitmap {
     const std::uint8_t* row(int k, int r) const {
         return plane(k) + std::size_t(r) * std::size_t(bytesPerRow_);
     }
-    // The plane pointers, unused entries null.
-    PlaneArray planes();
+    // Red, green and blue as every pixel loop reads them. A grey bitmap (one or two samples)
+    // gives its first sample for all three; alpha and any further samples are not part of it.
+    ChannelView channels() const;
+    WritableChannelView writableChannels();
     std::uint8_t* bitmapData() { return data_.get(); }
     const std::uint8_t* bitmapData() const { return data_.get(); }
 

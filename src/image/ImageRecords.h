@@ -6,7 +6,8 @@
 
 namespace pv {
 
-// Geometry of the working bitmap; every pixel reader addresses the planes through it.
+// The working bitmap's layout as the information panel and the texts speak of it. Pixels are
+// never addressed through it: loops take the bitmap's channel view.
 struct BitmapInfo {
     std::int32_t bytesPerRow = 0;
     std::int32_t samplesPerPixel = 0;

@@ -1,7 +1,6 @@
 #include "image/Normalization.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "image/DecoderSupport.h"
 
@@ -16,46 +15,20 @@ Error outOfMemory(const Bitmap& source, const std::optional<std::string>& fileNa
     return Error{fileName ? *fileName + ": " + text : text};
 }
 
-// Source sample that supplies colour channel k: grey data gives all three from its first.
-int sourceChannel(const Bitmap& b, int k) {
-    return b.samplesPerPixel() >= 3 ? k : 0;
-}
-
-// Rows are walked one by one at the source's own bytesPerRow, taking the first three samples of
-// each pixel, so padded rows, alpha and wider pixels never lead past either plane.
+// Rows are copied one at a time through the source's channel view, so padded rows, alpha, grey
+// and wider pixels never lead past either bitmap.
 void copyToMeshedRGB(const Bitmap& s, Bitmap& d) {
-    const int w = s.pixelsWide();
-    const int spp = s.samplesPerPixel();
-    const int c0 = sourceChannel(s, 0), c1 = sourceChannel(s, 1), c2 = sourceChannel(s, 2);
-    for (int r = 0; r < s.pixelsHigh(); ++r) {
-        std::uint8_t* out = d.row(0, r);
-        if (s.isPlanar()) {
-            const std::uint8_t* p0 = s.row(c0, r);
-            const std::uint8_t* p1 = s.row(c1, r);
-            const std::uint8_t* p2 = s.row(c2, r);
-            for (int x = 0; x < w; ++x, out += 3) {
-                out[0] = p0[x];
-                out[1] = p1[x];
-                out[2] = p2[x];
-            }
-        } else if (spp == 3) {
-            std::memcpy(out, s.row(0, r), std::size_t(w) * 3);
-        } else {
-            const std::uint8_t* in = s.row(0, r);
-            for (int x = 0; x < w; ++x, out += 3, in += spp) {
-                out[0] = in[c0];
-                out[1] = in[c1];
-                out[2] = in[c2];
-            }
-        }
+    const ChannelView from = s.channels();
+    for (std::int64_t r = 0; r < from.height; ++r) {
+        copyRGBRow(from, r, d.row(0, int(r)));
     }
 }
 
 void copyToPlanarRGB(const Bitmap& s, Bitmap& d) {
-    const std::size_t w = std::size_t(s.pixelsWide());
+    const ChannelView from = s.channels();
     for (int k = 0; k < 3; ++k) {
-        for (int r = 0; r < s.pixelsHigh(); ++r) {
-            std::memcpy(d.row(k, r), s.row(sourceChannel(s, k), r), w);
+        for (std::int64_t r = 0; r < from.height; ++r) {
+            copyChannelRow(from, k, r, d.row(k, int(r)));
         }
     }
 }

@@ -253,19 +253,6 @@ int ignoreWarning(TIFF*, void*, const char*, const char*, va_list) {
     return 1;
 }
 
-// One row of any 8-bit layout as red, green, blue triples. Grey (one or two samples) is
-// repeated into all three; samples beyond the third (alpha) are dropped.
-void rgbRow(const Bitmap& b, int r, std::uint8_t* out) {
-    const int stride = b.isPlanar() ? 1 : b.samplesPerPixel();
-    for (int c = 0; c < 3; ++c) {
-        const int s = b.samplesPerPixel() >= 3 ? c : 0;
-        const std::uint8_t* src = b.isPlanar() ? b.row(s, r) : b.row(0, r) + s;
-        for (int x = 0; x < b.pixelsWide(); ++x) {
-            out[3 * x + c] = src[std::size_t(x) * std::size_t(stride)];
-        }
-    }
-}
-
 std::optional<std::string> encodeTiff(int fd, const std::string& path, const Bitmap& b) {
     TiffSink sink;
     sink.fd = fd;
@@ -308,9 +295,11 @@ std::optional<std::string> encodeTiff(int fd, const std::string& path, const Bit
     if (!tagsSet) {
         return failure();
     }
+    // Grey is repeated into red, green and blue; alpha and planes beyond the third are dropped.
+    const ChannelView rgb = b.channels();
     std::vector<std::uint8_t> row(std::size_t(b.pixelsWide()) * 3);
     for (int r = 0; r < b.pixelsHigh(); ++r) {
-        rgbRow(b, r, row.data());
+        copyRGBRow(rgb, r, row.data());
         if (TIFFWriteScanline(t, row.data(), std::uint32_t(r), 0) < 0) {
             return failure();
         }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <functional>
@@ -9,7 +10,9 @@
 
 #include "TestRaster.h"
 #include "analysis/AnalysisPass.h"
-#include "analysis/RegionSelection.h"
+#include "analysis/Coefficients.h"
+#include "analysis/RegionCensus.h"
+#include "analysis/Reveal.h"
 #include "analysis/ScatterGram.h"
 
 namespace pv {
@@ -30,21 +33,6 @@ TestImage randomImage(Layout layout, int w, int h, std::mt19937& rng) {
     });
 }
 
-// (memory row, column) of every visit of a scan over rect.
-std::vector<std::pair<int, int>> visitedPixels(const Rect& rect, int w, int h) {
-    std::vector<std::pair<int, int>> out;
-    for (long i = 0; float(i) < rect.size.width; ++i) {
-        const float x = rect.origin.x + float(i);
-        for (long j = 0; float(j) < rect.size.height; ++j) {
-            const float y = rect.origin.y + float(j);
-            if (x > -1.0f && long(x) < w && y > -1.0f && long(y) < h) {
-                out.emplace_back(h - int(long(y)) - 1, int(long(x)));
-            }
-        }
-    }
-    return out;
-}
-
 using PixelTest = std::function<bool(const int rgb[3])>;
 
 struct Region {
@@ -53,7 +41,7 @@ struct Region {
 };
 
 // Kinds: 0 a random polygon (even-odd ray cast), 1 and 2 random sets of points without and
-// with the (0, 0) corner, 3 nothing, 4 and 5 the single-colour tests of Y and of X.
+// with the (0, 0) corner, 3 nothing, 4 the single-colour test (Y alone).
 Region randomRegion(std::mt19937& rng, int kind, int combo) {
     std::function<bool(Point)> inside;
     if (kind == 0) {
@@ -80,9 +68,8 @@ Region randomRegion(std::mt19937& rng, int kind, int combo) {
         (*set)[0] = kind == 2;
         inside = [set](Point p) { return (*set)[std::size_t(p.y) * 256 + std::size_t(p.x)]; };
     } else {
-        const int own = kind == 4 ? kY[combo] : kX[combo];
-        return {RegionSelection::singleColor(kind == 4 ? Point{2, 2} : Point{5, 1}),
-                [own](const int rgb[3]) {
+        const int own = kY[combo];
+        return {RegionSelection::singleColor(), [own](const int rgb[3]) {
                     return rgb[own] > 0 && rgb[(own + 1) % 3] == 0 && rgb[(own + 2) % 3] == 0;
                 }};
     }
@@ -117,56 +104,61 @@ struct Expected {
     std::vector<std::uint64_t> histogram = std::vector<std::uint64_t>(PairHistogram::kBins, 0);
 };
 
-Expected bruteForce(TestImage& img, const Rect& rect, int combo, const int levels[3],
-                    const PixelTest& selects) {
+Expected bruteForce(TestImage& img, int combo, const int levels[3], const PixelTest& selects) {
     Expected e;
-    for (auto [r, c] : visitedPixels(rect, img.w, img.h)) {
-        const int rgb[3] = {img.at(r, c, 0), img.at(r, c, 1), img.at(r, c, 2)};
-        const int k = censusClass(rgb, levels), third = 3 - kY[combo] - kX[combo];
-        const std::int64_t y = rgb[kY[combo]], x = rgb[kX[combo]], t = rgb[third];
-        if (k >= 0) {
-            e.whole[std::size_t(k)] += 1;
-        }
-        e.whole[6] += 1;
-        if (x > 0 || y > 0) {
-            const std::int64_t sums[6] = {x * y, x, x * x, y, y * y, 1};
-            for (std::size_t i = 0; i < 6; ++i) {
-                e.whole[7 + i] += sums[i];
-            }
-        }
-        e.whole[13] += y > 0 ? x : 0;
-        e.whole[14] += x > 0 ? y : 0;
-        const std::size_t at = std::size_t((255 - y) * 768 + x * 3);
-        e.scatter[at + std::size_t(kY[combo])] = std::uint8_t(y);
-        e.scatter[at + std::size_t(kX[combo])] = std::uint8_t(x);
-        const std::int64_t state = t == 0 ? 0 : (t > levels[third] ? 1 : 2);
-        e.histogram[std::size_t((state * 256 + y) * 256 + x)] += 1;
-        if (selects(rgb)) {
-            const std::int64_t sums[4] = {y, x, x > 0 && y > 0 ? y : 0, x > 0 && y > 0 ? x : 0};
+    for (int r = 0; r < img.h; ++r) {
+        for (int c = 0; c < img.w; ++c) {
+            const int rgb[3] = {img.at(r, c, 0), img.at(r, c, 1), img.at(r, c, 2)};
+            const int k = censusClass(rgb, levels), third = 3 - kY[combo] - kX[combo];
+            const std::int64_t y = rgb[kY[combo]], x = rgb[kX[combo]], t = rgb[third];
             if (k >= 0) {
-                e.region[std::size_t(k)] += 1;
+                e.whole[std::size_t(k)] += 1;
             }
-            e.region[6] += 1;
-            for (std::size_t i = 0; i < 4; ++i) {
-                e.region[7 + i] += sums[i];
+            e.whole[6] += 1;
+            if (x > 0 || y > 0) {
+                const std::int64_t sums[6] = {x * y, x, x * x, y, y * y, 1};
+                for (std::size_t i = 0; i < 6; ++i) {
+                    e.whole[7 + i] += sums[i];
+                }
+            }
+            e.whole[13] += y > 0 ? x : 0;
+            e.whole[14] += x > 0 ? y : 0;
+            const std::size_t at = std::size_t((255 - y) * 768 + x * 3);
+            e.scatter[at + std::size_t(kY[combo])] = std::uint8_t(y);
+            e.scatter[at + std::size_t(kX[combo])] = std::uint8_t(x);
+            const std::int64_t state = t == 0 ? 0 : (t > levels[third] ? 1 : 2);
+            e.histogram[std::size_t((state * 256 + y) * 256 + x)] += 1;
+            if (selects(rgb)) {
+                const std::int64_t sums[4] = {y, x, x > 0 && y > 0 ? y : 0, x > 0 && y > 0 ? x : 0};
+                if (k >= 0) {
+                    e.region[std::size_t(k)] += 1;
+                }
+                e.region[6] += 1;
+                for (std::size_t i = 0; i < 4; ++i) {
+                    e.region[7 + i] += sums[i];
+                }
             }
         }
     }
     return e;
 }
 
-std::vector<std::int64_t> wholeResults(const AnalysisState& s) {
-    return {s.redPixelCount,         s.greenPixelCount,     s.bluePixelCount,
-            s.yellowPixelCount,      s.magentaPixelCount,   s.cyanPixelCount,
-            s.totalPixelCount,       s.sumPixelsXYAxis,     s.sumPixelsXAxis,
+std::vector<std::int64_t> wholeResults(const AnalysisState& a) {
+    const PixelCensus& c = a.census;
+    const PairSums& s = a.sums;
+    return {c.redPixelCount,         c.greenPixelCount,     c.bluePixelCount,
+            c.yellowPixelCount,      c.magentaPixelCount,   c.cyanPixelCount,
+            c.totalPixelCount,       s.sumPixelsXYAxis,     s.sumPixelsXAxis,
             s.sumPixelsXSquaredAxis, s.sumPixelsYAxis,      s.sumPixelsYSquaredAxis,
             s.sumPixelCount,         s.sumColocPixelsXAxis, s.sumColocPixelsYAxis};
 }
 
-std::vector<std::int64_t> regionResults(const AnalysisState& s) {
-    return {s.roiRedPixelCount,       s.roiGreenPixelCount,    s.roiBluePixelCount,
-            s.roiYellowPixelCount,    s.roiMagentaPixelCount,  s.roiCyanPixelCount,
-            s.roiTotalPixelCount,     s.sumROIPixelsYAxis,     s.sumROIPixelsXAxis,
+std::vector<std::int64_t> regionResults(const RegionCount& r) {
+    const PixelCensus& c = r.census;
+    const RegionSums& s = r.sums;
+    return {c.redPixelCount,          c.greenPixelCount,       c.bluePixelCount,
+            c.yellowPixelCount,       c.magentaPixelCount,     c.cyanPixelCount,
+            c.totalPixelCount,        s.sumROIPixelsYAxis,     s.sumROIPixelsXAxis,
             s.sumROIColocPixelsYAxis, s.sumROIColocPixelsXAxis};
 }
 
@@ -174,76 +166,64 @@ bool sameDouble(double a, double b) {
     return a == b || (std::isnan(a) && std::isnan(b));
 }
 
-// The per-pixel steps (read at fractional points, so through the addressing rule) and the pass
-// with any split, then the region census from its histogram, must give what the brute force
-// gives for the visited pixels.
+MinimumLevels levelsOf(const int levels[3]) {
+    return {levels[0], levels[1], levels[2]};
+}
+
+// The pass with any split, then the region census from its histogram, must give what the brute
+// force gives for every pixel, whatever the layout.
 TEST(AnalysisPass, WholeAndRegionResultsMatchBruteForce) {
     std::mt19937 rng(42);
-    const Rect rects[] = {makeRect(0, 0, 37, 23), makeRect(1.5f, 2.25f, 30.7f, 19.2f),
-                          makeRect(-3.5f, 10.0f, 60.0f, 40.0f)};
     const int levelSets[][3] = {{0, 0, 0}, {5, 0, 100}, {-5, 300, 1}};
     for (Layout layout : {Layout::MeshedRGB, Layout::PaddedRGBA, Layout::Planar}) {
         TestImage img = randomImage(layout, 37, 23, rng);
-        for (int combo = 0; combo < 6; ++combo) {
-            for (int kind = 0; kind < 6; ++kind) {
+        for (int combo = 0; combo < kRGBComboCount; ++combo) {
+            for (int kind = 0; kind < 5; ++kind) {
                 SCOPED_TRACE(testing::Message() << "layout " << int(layout) << " pair " << combo
                                                 << " region " << kind);
-                const Rect& rect = rects[kind % 3];
                 const int* levels = levelSets[(kind + combo) % 3];
                 const Region region = randomRegion(rng, kind, combo);
-                const Expected e = bruteForce(img, rect, combo, levels, region.selects);
-                AnalysisState fresh;
-                fresh.rgbCombo = combo;
-                fresh.redMinimumLevel = levels[0];
-                fresh.greenMinimumLevel = levels[1];
-                fresh.blueMinimumLevel = levels[2];
-
-                AnalysisState steps = fresh;
-                std::vector<std::uint8_t> stepScatter(kScatterGramBytes, 0);
-                for (auto [r, c] : visitedPixels(rect, img.w, img.h)) {
-                    const PackedRGB v = getPixelColorValues(
-                        img.info, img.planeArray(), Point{c + 0.5f, float(img.h - 1 - r) + 0.75f});
-                    const int rgb[3] = {int(v >> 16), int(v >> 8 & 255), int(v & 255)};
-                    countPixelInCensus(steps, v);
-                    plotPixelInScatterGram(stepScatter.data(), combo, v);
-                    accumulatePixelSums(steps, v);
-                    if (kind >= 4) {
-                        const Point mouse = kind == 4 ? Point{2, 2} : Point{5, 1};
-                        ASSERT_EQ(roiSingleSelectedColorMatched(combo, mouse, v),
-                                  region.selects(rgb));
-                    }
-                    if (region.selects(rgb)) {
-                        countPixelsInScatterGramROI(steps, v);
-                        countCoefficientsM1M2(steps, v);
-                    }
-                }
-                EXPECT_EQ(wholeResults(steps), e.whole);
-                EXPECT_EQ(regionResults(steps), e.region);
-                EXPECT_TRUE(stepScatter == e.scatter);
-
+                const Expected e = bruteForce(img, combo, levels, region.selects);
                 for (unsigned threads : {1u, 2u, 3u, 0u}) {
                     SCOPED_TRACE(testing::Message() << "threads " << threads);
-                    AnalysisState s = fresh;
-                    s.rgbCombo = combo == 0 && threads == 3 ? 9 : combo;  // out of range: pair 0
-                    s.cyanPixelCount = 99;  // stale values of an earlier pass must go
-                    s.sumPixelsXAxis = 12345;
+                    AnalysisState s;
+                    s.rgbCombo = RGBCombo(combo);
+                    s.levels = levelsOf(levels);
+                    s.census.cyanPixelCount = 99;  // stale values of an earlier pass must go
+                    s.sums.sumPixelsXAxis = 12345;
                     std::vector<std::uint8_t> scatter(kScatterGramBytes, 0x5A);
                     PairHistogram hist;
-                    ASSERT_TRUE(runAnalysisPass(img.info, img.planeArray(), rect, s, scatter.data(),
-                                                hist, threads));
+                    ASSERT_TRUE(runAnalysisPass(img.view(), s, scatter.data(), hist, threads));
                     EXPECT_EQ(wholeResults(s), e.whole);
                     EXPECT_TRUE(scatter == e.scatter);
                     EXPECT_TRUE(hist.counts == e.histogram);
-                    EXPECT_EQ(hist.rgbCombo, combo);
-                    countRegion(hist, region.selection, s);
-                    EXPECT_EQ(regionResults(s), e.region);
-                    computeColocalization_M1M2(s);
-                    EXPECT_TRUE(sameDouble(s.colocalization_M1, double(e.region[9]) / e.region[7]));
+                    EXPECT_EQ(int(hist.rgbCombo), combo);
+                    const RegionCount count = countRegion(hist, region.selection);
+                    EXPECT_EQ(regionResults(count), e.region);
+                    const RegionCoefficients m = colocalization_M1M2(count.sums);
+                    EXPECT_TRUE(sameDouble(m.colocalization_M1, double(e.region[9]) / e.region[7]));
                     EXPECT_TRUE(
-                        sameDouble(s.colocalization_M2, double(e.region[10]) / e.region[8]));
+                        sameDouble(m.colocalization_M2, double(e.region[10]) / e.region[8]));
                 }
             }
         }
+    }
+}
+
+// An empty picture and a cancelled pass leave nothing behind.
+TEST(AnalysisPass, EmptyPictureAndCancelGiveEmptyResults) {
+    std::mt19937 rng(3);
+    TestImage img = randomImage(Layout::MeshedRGB, 300, 200, rng);
+    for (bool cancel : {false, true}) {
+        AnalysisState s;
+        std::vector<std::uint8_t> scatter(kScatterGramBytes, 0x5A);
+        PairHistogram hist;
+        const ChannelView view = cancel ? img.view() : ChannelView{};
+        EXPECT_EQ(runAnalysisPass(view, s, scatter.data(), hist, 2, [cancel] { return cancel; }),
+                  !cancel);
+        EXPECT_EQ(wholeResults(s), std::vector<std::int64_t>(15, 0));
+        EXPECT_TRUE(std::all_of(scatter.begin(), scatter.end(), [](int b) { return b == 0; }));
+        EXPECT_EQ(countRegion(hist, RegionSelection::singleColor()).census.totalPixelCount, 0);
     }
 }
 
@@ -262,36 +242,32 @@ TEST(RegionSelection, AsksEachPairOnceAndSelectsEveryThirdState) {
     }
 }
 
-// A reveal changes exactly the three colour bytes of each selected visited pixel, whatever the
-// split among threads.
+// A reveal changes exactly the three colour bytes of each selected pixel, whatever the split
+// among threads, in place and in a fresh copy alike.
 TEST(Reveal, PaintsExactlyTheSelectedPixels) {
     std::mt19937 rng(5);
-    const Rect rects[] = {makeRect(0, 0, 41, 27), makeRect(2.5f, -1.5f, 33.3f, 20.0f)};
+    const RevealColour colour{251, 252, 253};
     for (Layout layout : {Layout::MeshedRGB, Layout::PaddedRGBA, Layout::Planar}) {
         TestImage img = randomImage(layout, 41, 27, rng);
-        for (int combo = 0; combo < 6; ++combo) {
-            for (int kind : {0, 2, 4, 5}) {
+        for (int combo = 0; combo < kRGBComboCount; ++combo) {
+            for (int kind : {0, 2, 4}) {
                 SCOPED_TRACE(testing::Message() << "layout " << int(layout) << " pair " << combo
                                                 << " region " << kind);
-                const Rect& rect = rects[kind % 2];
-                AnalysisState state;
-                state.rgbCombo = combo;
-                state.redRevealPixelValue = 251;
-                state.greenRevealPixelValue = 252;
-                state.blueRevealPixelValue = 253;
-                state.blueMinimumLevel = kind;
+                const MinimumLevels levels{0, 0, kind};
                 const Region region = randomRegion(rng, kind, combo);
                 TestImage expected = img;
-                for (auto [r, c] : visitedPixels(rect, img.w, img.h)) {
-                    const int rgb[3] = {img.at(r, c, 0), img.at(r, c, 1), img.at(r, c, 2)};
-                    for (int k = 0; k < 3 && region.selects(rgb); ++k) {
-                        expected.at(r, c, k) = std::uint8_t(251 + k);
+                for (int r = 0; r < img.h; ++r) {
+                    for (int c = 0; c < img.w; ++c) {
+                        const int rgb[3] = {img.at(r, c, 0), img.at(r, c, 1), img.at(r, c, 2)};
+                        for (int k = 0; k < 3 && region.selects(rgb); ++k) {
+                            expected.at(r, c, k) = std::uint8_t(251 + k);
+                        }
                     }
                 }
                 for (unsigned threads : {1u, 3u}) {
                     TestImage target = img;
-                    ASSERT_TRUE(revealPixels(img.info, img.planeArray(), target.planeArray(), rect,
-                                             region.selection, state, threads));
+                    ASSERT_TRUE(revealPixels(img.view(), target.writableView(), RGBCombo(combo),
+                                             levels, region.selection, colour, threads));
                     EXPECT_EQ(target.planes, expected.planes) << threads << " threads";
 
                     // Copying and painting in one pass gives the same bytes, padding included.
@@ -303,8 +279,8 @@ TEST(Reveal, PaintsExactlyTheSelectedPixels) {
                         std::copy(img.planes[k].begin(), img.planes[k].end(),
                                   source->plane(int(k)));
                     }
-                    auto painted =
-                        revealedCopy(*source, img.info, rect, region.selection, state, threads);
+                    auto painted = revealedCopy(*source, RGBCombo(combo), levels, region.selection,
+                                                colour, threads);
                     ASSERT_TRUE(painted);
                     for (std::size_t k = 0; k < img.planes.size(); ++k) {
                         const std::uint8_t* p = painted->plane(int(k));
@@ -314,19 +290,6 @@ TEST(Reveal, PaintsExactlyTheSelectedPixels) {
                 }
             }
         }
-    }
-}
-
-TEST(Reveal, PaintPixelAddressesFromTheBottomRow) {
-    std::mt19937 rng(9);
-    for (Layout layout : {Layout::PaddedRGBA, Layout::Planar}) {
-        TestImage img = randomImage(layout, 5, 100, rng);
-        TestImage expected = img;
-        for (int k = 0; k < 3; ++k) {
-            expected.at(99, 3, k) = std::uint8_t(10 + k);
-        }
-        paintPixel(img.info, img.planeArray(), Point{3.0f, 0.0f}, 10, 11, 12);
-        EXPECT_EQ(img.planes, expected.planes);
     }
 }
 

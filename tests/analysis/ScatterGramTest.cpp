@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <array>
 #include <map>
 #include <string>
 #include <vector>
@@ -9,34 +9,6 @@
 
 namespace pv {
 namespace {
-
-struct PlotCase {
-    int combo;
-    std::array<std::uint8_t, 3> rgb;
-    int offset;
-    std::array<int, 3> bytes;  // -1: left as it was
-};
-
-TEST(ScatterGram, PlotsAtTheValuesOffset) {
-    const PlotCase cases[] = {
-        {0, {200, 50, 7}, 42390, {200, 50, -1}},
-        {0, {255, 255, 9}, 765, {255, 255, -1}},
-        {3, {9, 10, 20}, 188220, {-1, 10, 20}},
-        {4, {30, 99, 200}, (255 - 200) * 768 + 90, {30, -1, 200}},
-        {6, {1, 2, 3}, 254 * 768 + 6, {1, 2, -1}},  // out of range acts as pair 0
-    };
-    for (const PlotCase& c : cases) {
-        std::vector<std::uint8_t> data(kScatterGramBytes, 0x11);
-        plotPixelInScatterGram(data.data(), c.combo, packRGB(c.rgb[0], c.rgb[1], c.rgb[2]));
-        for (int k = 0; k < 3; ++k) {
-            const int want = c.bytes[std::size_t(k)] < 0 ? 0x11 : c.bytes[std::size_t(k)];
-            EXPECT_EQ(data[std::size_t(c.offset + k)], want) << c.combo << " sample " << k;
-        }
-        EXPECT_EQ(std::count(data.begin(), data.end(), 0x11), kScatterGramBytes - 2);
-    }
-    EXPECT_EQ(getScatterGramPixelLocation(4, packRGB(30, 99, 200)), (Point{30.0f, 200.0f}));
-    EXPECT_EQ(getScatterGramPixelLocation(-3, packRGB(30, 99, 200)), (Point{99.0f, 30.0f}));
-}
 
 using Rgb = std::array<int, 3>;
 

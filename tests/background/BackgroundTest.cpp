@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -19,14 +18,13 @@ Raster randomRaster(Layout layout, std::mt19937& rng) {
     return test::randomRaster(layout, 75, 9, rng, [](std::mt19937& g) { return g(); });
 }
 
-// Independent reference: every chosen sample of the first w x h pixels at or below its
-// threshold becomes 0.
-Raster thresholded(Raster img, int w, int h, const BackgroundSettings& s) {
+// Independent reference: every chosen colour sample at or below its threshold becomes 0.
+Raster thresholded(Raster img, const BackgroundSettings& s) {
     const int t[3] = {s.redThreshold, s.greenThreshold, s.blueThreshold};
-    for (int r = 0; r < std::min(h, img.h); ++r) {
-        for (int c = 0; c < std::min(w, img.w); ++c) {
+    for (int r = 0; r < img.h; ++r) {
+        for (int c = 0; c < img.w; ++c) {
             for (int k = 0; k < 3; ++k) {
-                const bool chosen = s.channel == k || s.channel < 0 || s.channel > 2;
+                const bool chosen = s.channel == BackgroundChannel::All || int(s.channel) == k;
                 if (chosen && img.at(r, c, k) <= t[k]) {
                     img.at(r, c, k) = 0;
                 }
@@ -40,19 +38,19 @@ TEST(RemoveBackground, MatchesPerSampleRuleForEveryLayoutChannelAndThreshold) {
     std::mt19937 rng(17);
     const int thresholds[][3] = {{0, 0, 0},     {25, 50, 75}, {255, 255, 255},
                                  {300, -1, 17}, {-5, -5, -5}, {128, 254, 1}};
-    const int sizes[][2] = {{75, 9}, {40, 4}, {1000, 1000}, {0, 5}, {-3, 9}};
     for (Layout layout : {Layout::MeshedRGB, Layout::PaddedRGBA, Layout::Planar}) {
         const Raster img = randomRaster(layout, rng);
-        for (int channel : {0, 1, 2, 3, 7}) {
+        for (BackgroundChannel channel : {BackgroundChannel::Red, BackgroundChannel::Green,
+                                          BackgroundChannel::Blue, BackgroundChannel::All}) {
             for (const auto& t : thresholds) {
-                for (const auto& size : sizes) {
+                for (unsigned threads : {1u, 3u}) {
                     SCOPED_TRACE(testing::Message()
-                                 << "layout " << int(layout) << " channel " << channel << " T "
-                                 << t[0] << "," << t[1] << "," << t[2] << " size " << size[0]);
+                                 << "layout " << int(layout) << " channel " << int(channel) << " T "
+                                 << t[0] << "," << t[1] << "," << t[2] << " threads " << threads);
                     const BackgroundSettings s = {channel, 0, t[0], t[1], t[2]};
                     Raster got = img;
-                    removeBackground(got.info, got.planeArray(), size[0], size[1], s);
-                    EXPECT_EQ(got.planes, thresholded(img, size[0], size[1], s).planes);
+                    EXPECT_TRUE(removeBackground(got.writableView(), s, threads));
+                    EXPECT_EQ(got.planes, thresholded(img, s).planes);
                 }
             }
         }
@@ -64,7 +62,7 @@ TEST(RemoveBackground, CorrectionsAccumulate) {
     const Raster img = randomRaster(Layout::MeshedRGB, rng);
     const auto apply = [](Raster r, std::initializer_list<int> levels) {
         for (int level : levels) {
-            removeBackground(r.info, r.planeArray(), r.w, r.h, {3, 0, level, level, level});
+            removeBackground(r.writableView(), {BackgroundChannel::All, 0, level, level, level});
         }
         return r.planes;
     };
@@ -98,10 +96,16 @@ TEST(BackgroundControls, ActionsSetThresholdsAndKeepFieldsEqual) {
     controls.typedValue = -7;
     getThresholdEntryValue(controls, s);
     EXPECT_EQ(all(), std::vector<int>(6, -7));
-    for (const auto& [item, channel] : {std::pair{0, 0}, {2, 2}, {3, 3}, {-1, 3}, {9, 3}}) {
+    using C = BackgroundChannel;
+    for (const auto& [item, channel] : {std::pair{0, C::Red},
+                                        {1, C::Green},
+                                        {2, C::Blue},
+                                        {3, C::All},
+                                        {-1, C::All},
+                                        {9, C::All}}) {
         controls.channelItem = item;
         getRGBChannel(controls, s);
-        EXPECT_EQ(s.channel, channel);
+        EXPECT_EQ(s.channel, channel) << item;
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,12 +14,13 @@ namespace pv {
 namespace {
 
 // Records what the controller asks of its front end.
-struct RecordingPort : ControllerPort {
+struct RecordingPort : NullControllerPort {
     void showImage(const Picture& p) override { shownImages.push_back(p); }
     void showScatterGram(const Picture& p) override { scatterGram = p; }
     void showColorBars(const std::array<std::string_view, 4>& names) override {
         colorBars.assign(names.begin(), names.end());
     }
+    void refreshControls() override { ++refreshes; }
     void askBackgroundCorrectionWarning() override { ++warnings; }
     void performBackgroundCorrection() override { ++backgroundRequests; }
     void showHelpPage(std::string_view page) override { helpPages.emplace_back(page); }
@@ -32,6 +34,7 @@ struct RecordingPort : ControllerPort {
     std::vector<Picture> shownImages;
     Picture scatterGram;
     std::vector<std::string> colorBars;
+    int refreshes = 0;
     int warnings = 0;
     int backgroundRequests = 0;
     std::vector<std::string> helpPages;
@@ -97,7 +100,7 @@ TEST_F(ControllerTest, ReferenceExampleReportComesOutByteForByte) {
     controller.calculateCoefficientsNow();
     ASSERT_EQ(port.warnings, 1);  // not background-corrected: the question comes first
     EXPECT_EQ(controller.fields().coefficient_Rr, "");
-    controller.colocalizationWarningSheetDidEnd(1);
+    controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
     EXPECT_TRUE(controller.buttons().saveButton);
     EXPECT_TRUE(controller.analysis().coefficientsCalculated);
 
@@ -119,7 +122,9 @@ TEST_F(ControllerTest, WarningAnswersDecideWhatHappens) {
         ctl.awakeFromNib();
         ctl.takePictureFromView(picture(2, 2, kExample), std::nullopt);
         ctl.calculateCoefficientsNow();
-        ctl.colocalizationWarningSheetDidEnd(c.tag);
+        if (const auto answer = backgroundWarningAnswerForTag(c.tag)) {
+            ctl.colocalizationWarningSheetDidEnd(*answer);
+        }
         EXPECT_EQ(ctl.analysis().coefficientsCalculated, c.calculates) << c.tag;
         EXPECT_EQ(ctl.fields().coefficient_R.empty(), !c.calculates) << c.tag;
         EXPECT_EQ(p.backgroundRequests, c.backgroundRequests) << c.tag;
@@ -133,14 +138,14 @@ TEST_F(ControllerTest, WarningAnswersDecideWhatHappens) {
 TEST_F(ControllerTest, UntickedCheckboxesShowNDButStillStoreValues) {
     load(picture(2, 2, kExample));
     controller.setCheckboxes({true, false, false, true});
-    controller.colocalizationWarningSheetDidEnd(1);
+    controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
     const ResultFields& f = controller.fields();
     EXPECT_EQ(f.coefficient_Rr, "-0.5000");
     EXPECT_EQ(f.coefficient_R, "ND");
     EXPECT_EQ(f.coefficient_k1, "ND");
     EXPECT_EQ(f.coefficient_k2, "ND");
     EXPECT_EQ(f.coefficient_m1, "0.5000");
-    EXPECT_DOUBLE_EQ(controller.analysis().overlap_k2, 1.0);
+    EXPECT_DOUBLE_EQ(controller.analysis().coefficients.overlap_k2, 1.0);
 
     controller.selectAllCoefficients();
     EXPECT_TRUE(controller.checkboxes().checkbox_R && controller.checkboxes().checkbox_k1);
@@ -148,17 +153,17 @@ TEST_F(ControllerTest, UntickedCheckboxesShowNDButStillStoreValues) {
     EXPECT_TRUE(controller.analysis().coefficientsCalculated);
     EXPECT_TRUE(controller.buttons().saveButton);  // left enabled: exports empty lines
 
-    controller.colocalizationWarningSheetDidEnd(1);
+    controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
     controller.clearAllCoefficients();
     EXPECT_EQ(f.coefficient_m2, "");
     EXPECT_FALSE(controller.analysis().coefficientsCalculated);
-    EXPECT_DOUBLE_EQ(controller.analysis().overlap_m2, 0.5);
+    EXPECT_DOUBLE_EQ(controller.analysis().coefficients.overlap_m2, 0.5);
 }
 
 TEST_F(ControllerTest, ChangingThePairRelabelsAndRecountsButKeepsTheCensus) {
     // red 9, green 10, blue 20 and a pure blue and a pure red pixel
     load(picture(3, 1, {{9, 10, 20}, {0, 0, 40}, {30, 0, 0}}));
-    const std::int32_t total = controller.analysis().totalPixelCount;
+    const std::int32_t total = controller.analysis().census.totalPixelCount;
     struct Case {
         int popupIndex;
         int rgbCombo;
@@ -173,61 +178,26 @@ TEST_F(ControllerTest, ChangingThePairRelabelsAndRecountsButKeepsTheCensus) {
                           Case{3, 2, "Green:", "Red:", "Yellow:", "0", "1", "bgv-grad"},
                           Case{5, 0, "Red:", "Green:", "Yellow:", "1", "0", "brv-grad"},
                           Case{42, 0, "Red:", "Green:", "Yellow:", "1", "0", "brv-grad"}}) {
-        controller.colocalizationWarningSheetDidEnd(1);
+        controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
         controller.getChannelsRGBCombo(c.popupIndex);
         const ResultFields& f = controller.fields();
-        EXPECT_EQ(controller.analysis().rgbCombo, c.rgbCombo);
+        EXPECT_EQ(int(controller.analysis().rgbCombo), c.rgbCombo);
         EXPECT_EQ(f.yAxisPixelColorText, c.y);
         EXPECT_EQ(f.xAxisPixelColorText, c.x);
         EXPECT_EQ(f.xyAxisPixelColorText, c.xy);
         EXPECT_EQ(f.yAxisPixelCountText, c.yCount);
         EXPECT_EQ(f.xAxisPixelCountText, c.xCount);
         EXPECT_EQ(port.colorBars.at(0), c.firstBar);
-        EXPECT_EQ(controller.analysis().totalPixelCount, total);
+        EXPECT_EQ(controller.analysis().census.totalPixelCount, total);
         EXPECT_EQ(f.coefficient_Rr, "");  // the pass empties the results
         EXPECT_FALSE(controller.buttons().saveButton);
         EXPECT_EQ(f.xyAxisROIPixelCountText, "--");
     }
     // Y blue, X red for pair 4: sums cover pixels with blue or red above 0.
     controller.getChannelsRGBCombo(6);
-    EXPECT_EQ(controller.analysis().sumPixelCount, 3);
-    EXPECT_EQ(controller.analysis().sumPixelsYAxis, 60);
-    EXPECT_EQ(controller.analysis().sumPixelsXAxis, 39);
-}
-
-TEST_F(ControllerTest, BackgroundCorrectionMarksTheImageAndRestoreBringsItBack) {
-    load(picture(2, 1, {{10, 20, 0}, {200, 5, 0}}));
-    WorkingImage& image = controller.workingImage();
-    const BitmapInfo geometryBefore = image.bitmapInfo;
-
-    // A correction writes into the working bitmap, then tells the controller.
-    image.currentDisplayedBitmap.bitmapData()[0] = 0;
-    controller.updateDisplayedImage();
-    EXPECT_EQ(image.imageFileInfo.backgroundCorrected, 1);
-    EXPECT_TRUE(image.modifiedImageDisplayed);
-    EXPECT_EQ(image.bitmapInfo.bytesPerRow, geometryBefore.bytesPerRow);
-    EXPECT_EQ(image.currentDisplayedImage.bitmap->bitmapData()[0], 0);
-    EXPECT_EQ(image.originalImage.bitmap->bitmapData()[0], 10);
-    EXPECT_EQ(controller.fields().yAxisPixelCountText, "0");  // the red pixel became green-only
-
-    // Corrected: Calculate asks nothing.
-    controller.calculateCoefficientsNow();
-    EXPECT_EQ(port.warnings, 0);
-    EXPECT_TRUE(controller.buttons().saveButton);
-
-    controller.restoreImageToOriginal();
-    EXPECT_EQ(image.imageFileInfo.backgroundCorrected, 0);
-    EXPECT_FALSE(image.modifiedImageDisplayed);
-    EXPECT_FALSE(image.restoreOriginalRequested);
-    EXPECT_EQ(image.currentDisplayedBitmap.bitmapData()[0], 10);
-    EXPECT_FALSE(controller.buttons().saveButton);
-
-    // A new load clears the mark before the new picture is analysed.
-    image.currentDisplayedBitmap.bitmapData()[0] = 0;
-    controller.updateDisplayedImage();
-    load(picture(1, 1, {{1, 1, 1}}));
-    EXPECT_EQ(image.imageFileInfo.backgroundCorrected, 0);
-    EXPECT_EQ(image.currentImageRect, makeRect(0, 0, 1, 1));
+    EXPECT_EQ(controller.analysis().sums.sumPixelCount, 3);
+    EXPECT_EQ(controller.analysis().sums.sumPixelsYAxis, 60);
+    EXPECT_EQ(controller.analysis().sums.sumPixelsXAxis, 39);
 }
 
 TEST_F(ControllerTest, PastedPictureHasNoFileFacts) {
@@ -239,7 +209,7 @@ TEST_F(ControllerTest, PastedPictureHasNoFileFacts) {
     EXPECT_FLOAT_EQ(info.horizontalDPI, 72.0f);
     EXPECT_TRUE(port.recent.empty());
     EXPECT_TRUE(controller.initialImageHasBeenSelected());
-    const BitmapInfo& g = controller.workingImage().bitmapInfo;
+    const BitmapInfo& g = controller.workingImage().bitmapInfo();
     EXPECT_EQ(g.bytesPerRow, 9);
     EXPECT_EQ(g.samplesPerPixel, 3);
     EXPECT_EQ(g.bytesPerPlane, 18);
@@ -257,9 +227,9 @@ TEST_F(ControllerTest, PlanarPictureIsMeshedBeforeAnalysis) {
     }
     load(Picture::at72dpi(std::move(*b)));
     const WorkingImage& image = controller.workingImage();
-    EXPECT_EQ(image.bitmapInfo.isPlanar, 0);
-    EXPECT_EQ(image.bitmapInfo.samplesPerPixel, 3);
-    const std::uint8_t* d = image.currentDisplayedBitmap.bitmapData();
+    EXPECT_EQ(image.bitmapInfo().isPlanar, 0);
+    EXPECT_EQ(image.bitmapInfo().samplesPerPixel, 3);
+    const std::uint8_t* d = image.currentDisplayedImage().bitmap->bitmapData();
     EXPECT_EQ(std::vector<int>(d, d + 6), (std::vector<int>{100, 50, 0, 0, 7, 0}));
     EXPECT_EQ(controller.fields().xyAxisPixelCountText, "1");
     EXPECT_EQ(controller.fields().xAxisPixelCountText, "1");
@@ -271,10 +241,10 @@ TEST_F(ControllerTest, GreyPictureHandedOverIsAnalysedAsRGB) {
     b->bitmapData()[1] = 0;
     load(Picture::at72dpi(std::move(*b)));
     const WorkingImage& image = controller.workingImage();
-    EXPECT_EQ(image.bitmapInfo.samplesPerPixel, 3);
-    const std::uint8_t* d = image.currentDisplayedBitmap.bitmapData();
+    EXPECT_EQ(image.bitmapInfo().samplesPerPixel, 3);
+    const std::uint8_t* d = image.currentDisplayedImage().bitmap->bitmapData();
     EXPECT_EQ(std::vector<int>(d, d + 6), (std::vector<int>{5, 5, 5, 0, 0, 0}));
-    EXPECT_EQ(controller.analysis().sumPixelCount, 1);
+    EXPECT_EQ(controller.analysis().sums.sumPixelCount, 1);
 }
 
 TEST_F(ControllerTest, FailedLoadLeavesAnEmptyWorkingImageAndSaysWhy) {
@@ -284,10 +254,10 @@ TEST_F(ControllerTest, FailedLoadLeavesAnEmptyWorkingImageAndSaysWhy) {
     EXPECT_NE(s.error().message.find("cells.tif"), std::string::npos);
     ASSERT_EQ(port.errors.size(), 1u);
     const WorkingImage& image = controller.workingImage();
-    EXPECT_TRUE(image.currentDisplayedImage.isEmpty());
-    EXPECT_TRUE(image.currentImageRect.isEmpty());
-    EXPECT_EQ(image.bitmapInfo.bytesPerPlane, 0);
-    EXPECT_EQ(controller.analysis().totalPixelCount, 0);
+    EXPECT_TRUE(image.currentDisplayedImage().isEmpty());
+    EXPECT_TRUE(image.currentImageRect().isEmpty());
+    EXPECT_EQ(image.bitmapInfo().bytesPerPlane, 0);
+    EXPECT_EQ(controller.analysis().census.totalPixelCount, 0);
     EXPECT_TRUE(port.recent.empty());
 }
 
@@ -303,7 +273,7 @@ TEST_F(ControllerTest, RegionCountsThenCalculatesAfterTheWarning) {
     load(picture(4, 1, {{30, 0, 0}, {30, 0, 5}, {30, 40, 0}, {200, 200, 0}}));
     dragRectangle(controller, {0, 0}, {100, 100});
     const ResultFields& f = controller.fields();
-    EXPECT_EQ(controller.analysis().roiTotalPixelCount, 3);
+    EXPECT_EQ(controller.analysis().roiCensus.totalPixelCount, 3);
     EXPECT_EQ(f.yAxisROIPixelCountText, "1");  // (30, 0, 5) has blue: no class
     EXPECT_EQ(f.yAxisROIPixelPercentText, "33.33");
     EXPECT_EQ(f.xyAxisROIPixelCountText, "1");
@@ -318,11 +288,11 @@ TEST_F(ControllerTest, RegionCountsThenCalculatesAfterTheWarning) {
     EXPECT_EQ(q.title, "Warning");
     EXPECT_EQ(q.defaultButton, "Calculate");
     EXPECT_EQ(q.alternateButton, "Background...");
-    controller.colocalizationScatterGramWarningSheetDidEnd(0);
+    controller.colocalizationScatterGramWarningSheetDidEnd(ScatterGramWarningAnswer::Background);
     EXPECT_EQ(port.backgroundRequests, 1);
     EXPECT_EQ(f.coefficient_M1, "");
 
-    controller.colocalizationScatterGramWarningSheetDidEnd(1);
+    controller.colocalizationScatterGramWarningSheetDidEnd(ScatterGramWarningAnswer::Calculate);
     // M1: Y where X > 0 (30) over all Y (90); M2: X where Y > 0 over all X: 40 / 40.
     EXPECT_EQ(f.coefficient_M1, "0.3333");
     EXPECT_EQ(f.coefficient_M2, "1.0000");
@@ -342,7 +312,7 @@ TEST_F(ControllerTest, RegionCountsThenCalculatesAfterTheWarning) {
     EXPECT_FALSE(controller.buttons().calculateROIButton || controller.buttons().reflectROIButton);
     EXPECT_FALSE(controller.analysis().roiCoefficientsCalculated);
     // Without a region the single-colour test counted the pure-Y pixels.
-    EXPECT_EQ(controller.analysis().roiTotalPixelCount, 1);
+    EXPECT_EQ(controller.analysis().roiCensus.totalPixelCount, 1);
 }
 
 TEST_F(ControllerTest, RevealPaintsACopyAndClearingShowsThePlainImage) {
@@ -350,36 +320,48 @@ TEST_F(ControllerTest, RevealPaintsACopyAndClearingShowsThePlainImage) {
     dragRectangle(controller, {30, 20}, {60, 60});  // only the yellow pixel (X 40, Y 30)
     controller.reflectWhitePixels();
     const WorkingImage& image = controller.workingImage();
-    ASSERT_FALSE(image.revealedImage.isEmpty());
-    const std::uint8_t* r = image.revealedImage.bitmap->bitmapData();
+    ASSERT_FALSE(image.revealedImage().isEmpty());
+    const std::uint8_t* r = image.revealedImage().bitmap->bitmapData();
     EXPECT_EQ(std::vector<int>(r, r + 9), (std::vector<int>{30, 0, 0, 255, 255, 255, 200, 200, 9}));
-    EXPECT_EQ(image.currentDisplayedBitmap.bitmapData()[3], 30);  // the working bitmap is untouched
-    EXPECT_TRUE(controller.analysis().reflectedImageValid);
-    EXPECT_EQ(port.shownImages.back().bitmap, image.revealedImage.bitmap);
-    EXPECT_TRUE(image.modifiedDisplayedBitmap.isEmpty());
+    EXPECT_EQ(image.currentDisplayedImage().bitmap->bitmapData()[3], 30);  // analysed: untouched
+    EXPECT_TRUE(controller.workingImage().reflectedImageValid());
+    EXPECT_EQ(port.shownImages.back().bitmap, image.revealedImage().bitmap);
 
     // A second reveal starts from a fresh copy.
     controller.getSelectionTool(0);
     dragRectangle(controller, {0, 20}, {10, 40});  // only the pure red pixel
     controller.reflectWhitePixels();
-    const std::uint8_t* r2 = image.revealedImage.bitmap->bitmapData();
+    const std::uint8_t* r2 = image.revealedImage().bitmap->bitmapData();
     EXPECT_EQ(std::vector<int>(r2, r2 + 6), (std::vector<int>{255, 255, 255, 30, 40, 0}));
 
-    controller.clearROICalculations();
-    EXPECT_FALSE(controller.analysis().reflectedImageValid);
-    EXPECT_EQ(port.shownImages.back().bitmap, image.currentDisplayedImage.bitmap);
+    // Changing the pair shows the analysed picture but keeps the reveal for saving.
+    controller.getChannelsRGBCombo(3);
+    EXPECT_EQ(port.shownImages.back().bitmap, image.currentDisplayedImage().bitmap);
+    EXPECT_TRUE(controller.workingImage().reflectedImageValid());
+    // A click off the region removes it, and the reveal with it.
+    controller.scatterGramGraph().mouseDown(MouseEvent{{250, 250}, 0, 1});
+    controller.scatterGramGraph().mouseUp(MouseEvent{{250, 250}, 0, 1});
+    EXPECT_FALSE(controller.workingImage().reflectedImageValid());
+    EXPECT_EQ(port.shownImages.back().bitmap, image.currentDisplayedImage().bitmap);
 }
 
-TEST_F(ControllerTest, BackgroundCorrectionFromTheWindowsControls) {
+TEST_F(ControllerTest, BackgroundCorrectionFromTheWindowsControlsAndRestore) {
     load(picture(3, 1, {{20, 60, 0}, {40, 10, 90}, {80, 80, 80}}));
+    const WorkingImage& image = controller.workingImage();
+    const BitmapInfo geometryBefore = image.bitmapInfo();
+    const auto pixels = [](const Picture& p) {
+        return std::vector<int>(p.bitmap->bitmapData(), p.bitmap->bitmapData() + 9);
+    };
     BackgroundControls controls;  // automatic tab, first preset row: level 25
     controls.channelItem = 0;
     getRGBChannel(controls, controller.backgroundSettings());
     controller.removeBackgroundNow(controls);
-    const Bitmap& b = controller.workingImage().currentDisplayedBitmap;
-    EXPECT_EQ(std::vector<int>(b.bitmapData(), b.bitmapData() + 9),
+    EXPECT_EQ(pixels(image.currentDisplayedImage()),
               (std::vector<int>{0, 60, 0, 40, 10, 90, 80, 80, 80}));
-    EXPECT_EQ(controller.workingImage().imageFileInfo.backgroundCorrected, 1);
+    EXPECT_EQ(pixels(image.originalImage()), (std::vector<int>{20, 60, 0, 40, 10, 90, 80, 80, 80}));
+    EXPECT_EQ(port.shownImages.back().bitmap, image.currentDisplayedImage().bitmap);
+    EXPECT_EQ(image.imageFileInfo.backgroundCorrected, 1);
+    EXPECT_EQ(image.bitmapInfo().bytesPerRow, geometryBefore.bytesPerRow);
     EXPECT_EQ(controller.fields().xAxisPixelCountText, "1");  // (0, 60, 0) is green now
 
     // Corrections accumulate: the manual tab at 50 on all channels.
@@ -389,16 +371,60 @@ TEST_F(ControllerTest, BackgroundCorrectionFromTheWindowsControls) {
     controls.channelItem = 3;
     getRGBChannel(controls, controller.backgroundSettings());
     controller.removeBackgroundNow(controls);
-    EXPECT_EQ(std::vector<int>(b.bitmapData(), b.bitmapData() + 9),
+    EXPECT_EQ(pixels(image.currentDisplayedImage()),
               (std::vector<int>{0, 60, 0, 0, 0, 90, 80, 80, 80}));
+    // Corrected: Calculate asks nothing.
     controller.calculateCoefficientsNow();
     controller.calculateROINow();
     EXPECT_EQ(port.warnings, 0);
     EXPECT_TRUE(port.scatterGramWarnings.empty());
+    EXPECT_TRUE(controller.buttons().saveButton);
 
     controller.resetImageToOriginal();
-    EXPECT_EQ(b.bitmapData()[0], 20);
-    EXPECT_EQ(controller.workingImage().imageFileInfo.backgroundCorrected, 0);
+    EXPECT_EQ(pixels(image.currentDisplayedImage()),
+              (std::vector<int>{20, 60, 0, 40, 10, 90, 80, 80, 80}));
+    EXPECT_EQ(image.imageFileInfo.backgroundCorrected, 0);
+    EXPECT_EQ(port.shownImages.back().bitmap, image.originalImage().bitmap);
+    EXPECT_FALSE(controller.buttons().saveButton);
+
+    // A new load clears the mark before the new picture is analysed.
+    controller.removeBackgroundNow(controls);
+    load(picture(1, 1, {{1, 1, 1}}));
+    EXPECT_EQ(image.imageFileInfo.backgroundCorrected, 0);
+    EXPECT_EQ(image.currentImageRect(), makeRect(0, 0, 1, 1));
+}
+
+// However many steps an action takes, the front end refreshes once, at its end.
+TEST_F(ControllerTest, EachActionRefreshesTheControlsOnce) {
+    const std::vector<std::pair<const char*, std::function<void()>>> actions = {
+        {"load", [&] { load(picture(2, 2, kExample)); }},
+        {"pair", [&] { controller.getChannelsRGBCombo(3); }},
+        {"answer",
+         [&] {
+             controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
+         }},
+        {"region",
+         [&] {
+             dragRectangle(controller, {0, 0}, {100, 100});
+         }},
+        {"reveal", [&] { controller.reflectWhitePixels(); }},
+        {"restore", [&] { controller.restoreImageToOriginal(); }},
+    };
+    for (const auto& [name, act] : actions) {
+        const int before = port.refreshes;
+        act();
+        EXPECT_EQ(port.refreshes - before, 1) << name;
+    }
+}
+
+TEST(WarningAnswers, ButtonNumbersBecomeAnswersInOnePlace) {
+    EXPECT_EQ(backgroundWarningAnswerForTag(1), BackgroundWarningAnswer::CalculateAnyway);
+    EXPECT_EQ(backgroundWarningAnswerForTag(-1), BackgroundWarningAnswer::CorrectFirst);
+    EXPECT_EQ(backgroundWarningAnswerForTag(0), BackgroundWarningAnswer::Help);
+    EXPECT_EQ(backgroundWarningAnswerForTag(2), std::nullopt);
+    EXPECT_EQ(scatterGramWarningAnswerForReturnCode(0), ScatterGramWarningAnswer::Background);
+    EXPECT_EQ(scatterGramWarningAnswerForReturnCode(1), ScatterGramWarningAnswer::Calculate);
+    EXPECT_EQ(scatterGramWarningAnswerForReturnCode(-1), ScatterGramWarningAnswer::Calculate);
 }
 
 }  // namespace

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "analysis/AnalysisState.h"
+#include "core/ParallelRows.h"
+#include "image/ChannelView.h"
+
+namespace pv {
+
+// How often each (Y, X) intensity pair of a channel pair occurs, split by the state of the
+// third channel. The census, the sums and the scatter gram of the pass all follow from it, and
+// so do the census and sums of any region of the scatter gram: whatever reads the pass's
+// results reads this, never the pixels again.
+struct PairHistogram {
+    // Third-channel states: 0 the sample is 0; 1 it is above its census minimum level;
+    // 2 it is above 0 but not above the level (only possible with a level above 0).
+    static constexpr int kThirdStates = 3;
+    static constexpr int kBins = kThirdStates * 256 * 256;
+
+    RGBCombo rgbCombo = RGBCombo::RedGreen;
+    MinimumLevels levels;               // the census levels the third states were decided by
+    std::vector<std::uint64_t> counts;  // index (third * 256 + y) * 256 + x; empty until counted
+
+    static constexpr std::size_t binOf(int third, int y, int x) {
+        return (std::size_t(third) * 256 + std::size_t(y)) * 256 + std::size_t(x);
+    }
+    std::uint64_t count(int third, int y, int x) const { return counts[binOf(third, y, x)]; }
+};
+
+// Census state of a sample against its minimum level: 0 it is 0, 1 above the level, 2 neither.
+int censusLevelState(int sample, int level);
+
+// Part of a pixel's bin index that its third sample decides: the bin of a pixel is
+// offsets[third sample] | Y << 8 | X.
+std::array<std::uint32_t, 256> thirdStateBinOffsets(RGBCombo combo, const MinimumLevels& levels);
+
+// The class shared by every pixel of one bin.
+CensusClass censusClassOfBin(RGBCombo combo, const MinimumLevels& levels, int third, int y,
+                             int x);
+
+// Counts every pixel of the view into the histogram (which is replaced). Rows are split among
+// `threads` workers (0: one per core); the counts do not depend on the split. False when
+// memory is short or cancel stopped it: the histogram is then left empty.
+bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& levels,
+                PairHistogram& histogram, unsigned threads = 0, const CancelHook& cancel = {});
+
+// The image census and the pair's sums, exactly as a pixel-by-pixel count would give them.
+PixelCensus censusOf(const PairHistogram& histogram);
+PairSums pairSumsOf(const PairHistogram& histogram);
+
+}  // namespace pv
