@@ -76,7 +76,7 @@ bool parseRegion(std::string_view text, RegionOption& region, std::string& error
             error = "--roi " + std::string(kind) + " needs four numbers X,Y,W,H; " + kForms;
             return false;
         }
-        region.style = kind == "rect" ? 0 : 1;
+        region.tool = kind == "rect" ? SelectionTool::Rectangle : SelectionTool::Oval;
         region.points = {{n[0], n[1]}, {n[0] + n[2], n[1] + n[3]}};
         return true;
     }
@@ -86,7 +86,7 @@ bool parseRegion(std::string_view text, RegionOption& region, std::string& error
                     " needs an even count of numbers, at least three X,Y points; " + kForms;
             return false;
         }
-        region.style = kind == "polygon" ? 2 : 3;
+        region.tool = kind == "polygon" ? SelectionTool::Polygon : SelectionTool::Lasso;
         for (std::size_t i = 0; i < n.size(); i += 2) {
             region.points.push_back({n[i], n[i + 1]});
         }

@@ -12,7 +12,7 @@ namespace pv::cli {
 // A region drawn on the scatter gram, as the points of the gesture that draws it: for a
 // rectangle or oval the anchor and the opposite corner, for a polygon or lasso its vertices.
 struct RegionOption {
-    int style = 0;  // the selection tool: 0 rectangle, 1 oval, 2 polygon, 3 lasso
+    SelectionTool tool = SelectionTool::Rectangle;
     std::vector<Point> points;
 };
 

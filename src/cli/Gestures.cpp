@@ -3,14 +3,18 @@
 namespace pv::cli {
 
 void drawRegion(PixmeraVeltroController& controller, const RegionOption& region) {
-    controller.getSelectionTool(region.style);
+    controller.getSelectionTool(popupIndexForSelectionTool(region.tool));
     CROI_ScatterGramCroppingImageView& view = controller.scatterGramGraph();
     const std::vector<Point>& p = region.points;
-    auto press = [&view](Point at, int clicks = 1) { view.mouseDown(MouseEvent{at, 0, clicks}); };
-    auto drag = [&view](Point at) { view.mouseDragged(MouseEvent{at, 0, 1}); };
-    auto release = [&view](Point at, int clicks = 1) { view.mouseUp(MouseEvent{at, 0, clicks}); };
+    auto press = [&view](Point at, int clicks = 1) {
+        view.mouseDown({.location = at, .clickCount = clicks});
+    };
+    auto drag = [&view](Point at) { view.mouseDragged({.location = at}); };
+    auto release = [&view](Point at, int clicks = 1) {
+        view.mouseUp({.location = at, .clickCount = clicks});
+    };
 
-    if (region.style == 2) {
+    if (region.tool == SelectionTool::Polygon) {
         press(p[0]);
         drag(p[1]);
         release(p[1]);

@@ -65,8 +65,8 @@ PixmeraVeltroController::PixmeraVeltroController(ControllerPort& port) : port_(p
 
 void PixmeraVeltroController::awakeFromNib() {
     const Action action(*this);
-    selectionTool_ = 0;
-    scatterGramGraph_.selectionMarkerStyle(0);
+    selectionTool_ = SelectionTool::Rectangle;
+    scatterGramGraph_.selectionMarkerStyle(selectionTool_);
     drawEmptyScatterGram();
     drawColorBars();
     buttons_.calculateROIButton = false;
@@ -289,14 +289,14 @@ void PixmeraVeltroController::drawColorBars() {
 // Scatter-gram region, M1/M2, reveal
 
 void PixmeraVeltroController::getSelectionTool(int popupIndex) {
-    selectionTool_ = popupIndex >= 0 && popupIndex <= 3 ? popupIndex : 0;
+    selectionTool_ = selectionToolForPopupIndex(popupIndex);
     scatterGramGraph_.selectionMarkerStyle(selectionTool_);
 }
 
 void PixmeraVeltroController::changeROIColorPrefs() {
     scatterGramGraph_.setROIColors(userPreferences_.roiBorderColor, userPreferences_.roiFillColor,
                                    userPreferences_.opacityValue);
-    getSelectionTool(selectionTool_);
+    getSelectionTool(popupIndexForSelectionTool(selectionTool_));
 }
 
 void PixmeraVeltroController::scatterGramROISelected() {

@@ -122,7 +122,7 @@ class PixmeraVeltroController : public PixmeraController {
     const PairHistogram& pairHistogram() const { return histogram_; }
     CROI_ScatterGramCroppingImageView& scatterGramGraph() { return scatterGramGraph_; }
     UserPreferences& userPreferences() { return userPreferences_; }
-    int selectionTool() const { return selectionTool_; }
+    SelectionTool selectionTool() const { return selectionTool_; }
     bool initialImageHasBeenSelected() const { return image_.initialImageHasBeenSelected(); }
     const Picture& currentDisplayedImage() const { return image_.currentDisplayedImage(); }
 
@@ -180,7 +180,7 @@ class PixmeraVeltroController : public PixmeraController {
 
     UserPreferences userPreferences_;
     CROI_ScatterGramCroppingImageView scatterGramGraph_{userPreferences_};
-    int selectionTool_ = 0;
+    SelectionTool selectionTool_ = SelectionTool::Rectangle;
     BackgroundSettings backgroundSettings_;
 };
 

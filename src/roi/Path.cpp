@@ -349,12 +349,4 @@ bool Path::isClosed() const {
     return !isEmpty() && elements_.back().kind == ElementKind::ClosePath;
 }
 
-Path Path::closedPath() const {
-    Path p = *this;
-    if (!isClosed()) {
-        p.closePath();
-    }
-    return p;
-}
-
 }  // namespace pv

@@ -44,7 +44,6 @@ class Path {
     // an empty path.
     Point currentPoint() const;
     int elementCount() const { return int(elements_.size()); }
-    ElementKind elementKind(int index) const { return elements_[std::size_t(index)].kind; }
     const Element& element(int index) const { return elements_[std::size_t(index)]; }
     bool isEmpty() const { return elements_.empty(); }
 
@@ -56,8 +55,6 @@ class Path {
 
     // True when the last element is a close-path.
     bool isClosed() const;
-    // This path, with a close-path appended unless it already ends in one.
-    Path closedPath() const;
 
   private:
     struct HitTable;

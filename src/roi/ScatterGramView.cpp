@@ -37,14 +37,9 @@ void readRGBA(const Bitmap& b, int x, int y, std::uint8_t out[4]) {
 CROI_ScatterGramCroppingImageView::CROI_ScatterGramCroppingImageView(const UserPreferences& prefs)
     : prefs_(prefs) {}
 
-void CROI_ScatterGramCroppingImageView::selectionMarkerStyle(int style) {
-    setSelectionMarker(makeCropMarker(style, prefs_, polygonState_));
+void CROI_ScatterGramCroppingImageView::selectionMarkerStyle(SelectionTool tool) {
+    selectionMarker_ = makeCropMarker(tool, prefs_, polygonState_);
     selectionChanged();
-}
-
-void CROI_ScatterGramCroppingImageView::setSelectionMarker(
-    std::unique_ptr<CROI_CropMarker> marker) {
-    selectionMarker_ = std::move(marker);
 }
 
 void CROI_ScatterGramCroppingImageView::drawRect(MarkerPainter& painter) {
@@ -91,10 +86,6 @@ void CROI_ScatterGramCroppingImageView::postSelectionChangedNotification() {
     }
 }
 
-Point CROI_ScatterGramCroppingImageView::getLastLocation() const {
-    return selectionMarker_ ? selectionMarker_->getLastLocation() : Point{};
-}
-
 Rect CROI_ScatterGramCroppingImageView::selectedRectSize() const {
     return selectionMarker_ ? intersection(selectionMarker_->selectedRect(), imageRectSize())
                             : Rect{};
@@ -104,12 +95,11 @@ const Path& CROI_ScatterGramCroppingImageView::currentlySelectedPath() const {
     return selectionMarker_ ? selectionMarker_->selectedPath() : noPath_;
 }
 
-Picture CROI_ScatterGramCroppingImageView::croppedImage() {
+Picture CROI_ScatterGramCroppingImageView::croppedImage() const {
     const Rect r = selectedRectSize();
     if (r.isEmpty()) {
         return image_;
     }
-    shouldAntiAlias_ = false;
     const int w = std::max(1, int(r.size.width)), h = std::max(1, int(r.size.height));
     auto out = Bitmap::create(w, h, 4, true, false, 0, true);
     if (!out) {
@@ -140,19 +130,6 @@ void CROI_ScatterGramCroppingImageView::setROIColors(const Color& stroke, const 
         selectionMarker_->setROIColor(stroke, fill, fillOpacity);
     }
     selectionChanged();
-}
-
-void CROI_ScatterGramCroppingImageView::takeSelectionColorFrom(const Color& color) {
-    setROIColors(color, color, 0.2f);
-}
-
-void CROI_ScatterGramCroppingImageView::takeAntiAliasModeFrom(int value) {
-    shouldAntiAlias_ = (value & 0xff) != 0;
-    postSelectionChangedNotification();  // even when unchanged: the controller recounts
-}
-
-void CROI_ScatterGramCroppingImageView::takeContinuousModeFrom(int value) {
-    setContinuous((value & 0xff) != 0);
 }
 
 }  // namespace pv

@@ -18,10 +18,9 @@ class CROI_ScatterGramCroppingImageView {
   public:
     explicit CROI_ScatterGramCroppingImageView(const UserPreferences& prefs);
 
-    // Replaces the marker by a fresh one of the style (1 oval, 2 polygon, 3 lasso, else
-    // rectangle), clearing the region. Posts nothing: the old results stay until the next.
-    void selectionMarkerStyle(int style);
-    void setSelectionMarker(std::unique_ptr<CROI_CropMarker> marker);
+    // Replaces the marker by a fresh one of the tool's kind, clearing the region. Posts
+    // nothing: the old results stay until the next.
+    void selectionMarkerStyle(SelectionTool tool);
     CROI_CropMarker* selectionMarker() const { return selectionMarker_.get(); }
 
     // Draws the marker over the whole view, unclipped.
@@ -29,10 +28,7 @@ class CROI_ScatterGramCroppingImageView {
     void mouseDown(const MouseEvent& e);
     void mouseDragged(const MouseEvent& e);
     void mouseUp(const MouseEvent& e);
-    void selectionChanged();
-    void postSelectionChangedNotification();
 
-    Point getLastLocation() const;
     // The marker's bounds clipped to the picture; without width or height there is no region.
     Rect selectedRectSize() const;
     Rect imageRectSize() const { return makeRect(0.0f, 0.0f, 256.0f, 256.0f); }
@@ -44,15 +40,12 @@ class CROI_ScatterGramCroppingImageView {
     // With no region, the view's own picture. Otherwise a new RGBA picture of the clipped
     // region's whole pixels (at least one each way), holding the pixels whose centres the
     // outline contains, hard-edged, and zero in all four samples elsewhere.
-    Picture croppedImage();
+    Picture croppedImage() const;
 
     void setROIColors(const Color& stroke, const Color& fill, float fillOpacity);
-    void takeSelectionColorFrom(const Color& color);
-    void takeAntiAliasModeFrom(int value);
-    void takeContinuousModeFrom(int value);
+    // Continuous: the region is reported at every drag step, not only at the release.
     bool isContinuous() const { return continuous_; }
     void setContinuous(bool continuous) { continuous_ = continuous; }
-    bool shouldAntiAlias() const { return shouldAntiAlias_; }
     PolygonState& polygonState() { return polygonState_; }
 
     // "ScatterGramROISelected": the region may have changed; recount.
@@ -60,10 +53,12 @@ class CROI_ScatterGramCroppingImageView {
     std::function<void()> onNeedsDisplay;
 
   private:
+    void selectionChanged();
+    void postSelectionChangedNotification();
+
     const UserPreferences& prefs_;
     PolygonState polygonState_;  // before the marker, which borrows it
     std::unique_ptr<CROI_CropMarker> selectionMarker_;
-    bool shouldAntiAlias_ = false;
     bool continuous_ = false;
     Picture image_;
     Path noPath_;  // what a view without a marker hands out

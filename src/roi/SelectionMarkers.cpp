@@ -1,6 +1,7 @@
 #include "roi/SelectionMarkers.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace pv {
@@ -13,7 +14,20 @@ bool pointInRect(Point p, const Rect& r) {
     return r.minX() <= p.x && p.x < r.maxX() && r.minY() <= p.y && p.y < r.maxY();
 }
 
+// The tool popup's items, top to bottom.
+constexpr std::array kPopupTools = {SelectionTool::Rectangle, SelectionTool::Oval,
+                                    SelectionTool::Polygon, SelectionTool::Lasso};
+
 }  // namespace
+
+SelectionTool selectionToolForPopupIndex(int index) {
+    return index >= 0 && index < int(kPopupTools.size()) ? kPopupTools[std::size_t(index)]
+                                                         : SelectionTool::Rectangle;
+}
+
+int popupIndexForSelectionTool(SelectionTool tool) {
+    return int(std::find(kPopupTools.begin(), kPopupTools.end(), tool) - kPopupTools.begin());
+}
 
 CROI_CropMarker::CROI_CropMarker(const UserPreferences& prefs) {
     setROIColor(prefs.roiBorderColor, prefs.roiFillColor, prefs.opacityValue);
@@ -21,8 +35,8 @@ CROI_CropMarker::CROI_CropMarker(const UserPreferences& prefs) {
 }
 
 void CROI_CropMarker::setROIColor(const Color& stroke, const Color& fill, float fillOpacity) {
-    setStrokeColor(stroke);
-    setFillColor(fill.withAlpha(fillOpacity));
+    strokeColor_ = stroke;
+    fillColor_ = fill.withAlpha(fillOpacity);
 }
 
 void CROI_CropMarker::drawPath(MarkerPainter& painter, const UserPreferences& prefs,
@@ -72,8 +86,8 @@ void CROI_CropMarker::mouseDown(const MouseEvent& e) {
 
 void CROI_CropMarker::mouseDragged(const MouseEvent& e) {
     if (trackingMode_ == 1) {
-        continueSelectingAtPoint(
-            e.modifierFlags == kShiftKeyMask ? makePointDistanceEqual(e.location) : e.location);
+        continueSelectingAtPoint(e.modifiers.shiftAlone() ? makePointDistanceEqual(e.location)
+                                                          : e.location);
     } else if (trackingMode_ == 2) {
         continueMovingAtPoint(e.location);
     }
@@ -81,22 +95,18 @@ void CROI_CropMarker::mouseDragged(const MouseEvent& e) {
 
 void CROI_CropMarker::mouseUp(const MouseEvent& e) {
     if (trackingMode_ == 1) {
-        stopSelectingAtPoint(e.modifierFlags == kShiftKeyMask ? makePointDistanceEqual(e.location)
-                                                              : e.location);
+        stopSelectingAtPoint(e.modifiers.shiftAlone() ? makePointDistanceEqual(e.location)
+                                                      : e.location);
     } else if (trackingMode_ == 2) {
         stopMovingAtPoint(e.location);
     }
 }
 
-Point CROI_CropMarker::makePointDistanceEqual(Point p) {
+Point CROI_CropMarker::makePointDistanceEqual(Point p) const {
     const float dx = p.x - lastLocation_.x, dy = p.y - lastLocation_.y;
     const float d = std::min(std::abs(dx), std::abs(dy));
     return {dx > 0 ? lastLocation_.x + d : lastLocation_.x - d,
             dy > 0 ? lastLocation_.y + d : lastLocation_.y - d};
-}
-
-void CROI_CropMarker::setSelectedPath(Path path) {
-    selectedPath_ = std::move(path);
 }
 
 void CROI_CropMarker::setSelectedRect(const Rect& r) {
@@ -106,17 +116,6 @@ void CROI_CropMarker::setSelectedRect(const Rect& r) {
 
 void CROI_CropMarker::setSelectedRectOrigin(Point origin) {
     selectedRect_.origin = origin;
-    rebuildOutline();
-}
-
-void CROI_CropMarker::setSelectedRectSize(Size size) {
-    selectedRect_.size = size;
-    rebuildOutline();
-}
-
-void CROI_CropMarker::moveSelectedRectBy(Size offset) {
-    selectedRect_.origin.x += offset.width;
-    selectedRect_.origin.y += offset.height;
     rebuildOutline();
 }
 
@@ -280,18 +279,19 @@ void CROI_PolygonCropMarker::stopSelectingAtPoint(Point p) {
     state_.polygonClosed = true;
 }
 
-std::unique_ptr<CROI_CropMarker> makeCropMarker(int style, const UserPreferences& prefs,
+std::unique_ptr<CROI_CropMarker> makeCropMarker(SelectionTool tool, const UserPreferences& prefs,
                                                 PolygonState& polygonState) {
-    switch (style) {
-        case 1:
+    switch (tool) {
+        case SelectionTool::Oval:
             return std::make_unique<CROI_OvalCropMarker>(prefs);
-        case 2:
+        case SelectionTool::Polygon:
             return std::make_unique<CROI_PolygonCropMarker>(prefs, polygonState);
-        case 3:
+        case SelectionTool::Lasso:
             return std::make_unique<CROI_LassoCropMarker>(prefs);
-        default:
-            return std::make_unique<CROI_CropMarker>(prefs);
+        case SelectionTool::Rectangle:
+            break;
     }
+    return std::make_unique<CROI_CropMarker>(prefs);
 }
 
 }  // namespace pv

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 
 #include "core/Color.h"
@@ -10,15 +9,31 @@
 
 namespace pv {
 
-// Shift held and no other modifier: the only combination that constrains to a square.
-constexpr std::uint32_t kShiftKeyMask = 0x20000;
+// The keys held during a mouse event. Caps Lock counts: with it on, Shift does not constrain.
+struct Modifiers {
+    bool shift = false;
+    bool control = false;
+    bool option = false;
+    bool command = false;
+    bool capsLock = false;
+
+    // The only combination that constrains a rectangle or an oval to a square.
+    bool shiftAlone() const { return shift && !control && !option && !command && !capsLock; }
+};
 
 // A mouse event as the host view hands it on, its location already in view coordinates.
 struct MouseEvent {
     Point location;
-    std::uint32_t modifierFlags = 0;
+    Modifiers modifiers{};
     int clickCount = 1;
 };
+
+// The kinds of outline a user can draw.
+enum class SelectionTool { Rectangle, Oval, Polygon, Lasso };
+
+// The tool popup's items in order; an index it does not have gives the rectangle.
+SelectionTool selectionToolForPopupIndex(int index);
+int popupIndexForSelectionTool(SelectionTool tool);
 
 // What a marker draws with; the desktop view implements it over its own painter.
 class MarkerPainter {
@@ -47,43 +62,34 @@ class CROI_CropMarker {
     CROI_CropMarker& operator=(const CROI_CropMarker&) = delete;
 
     // The fill keeps its colour with the alpha replaced by the opacity.
-    virtual void setROIColor(const Color& stroke, const Color& fill, float fillOpacity);
+    void setROIColor(const Color& stroke, const Color& fill, float fillOpacity);
     virtual void drawCropMarker(MarkerPainter& painter, const UserPreferences& prefs);
-    virtual void startMovingAtPoint(Point p);
-    virtual void startSelectingAtPoint(Point p);
-    virtual void continueMovingAtPoint(Point p);
-    virtual void stopMovingAtPoint(Point p);
     virtual void mouseDown(const MouseEvent& e);
     virtual void mouseUp(const MouseEvent& e);
     virtual void mouseDragged(const MouseEvent& e);
-    // The pointer pulled onto the diagonal through the anchor, in the pointer's quadrant.
-    virtual Point makePointDistanceEqual(Point p);
-    virtual void setSelectedPath(Path path);
-    virtual Point getLastLocation() const { return lastLocation_; }
-    virtual void setFillColor(const Color& c) { fillColor_ = c; }
-    virtual void setStrokeColor(const Color& c) { strokeColor_ = c; }
     // Valid until the next event changes the outline.
-    virtual const Path& selectedPath() const { return selectedPath_; }
+    const Path& selectedPath() const { return selectedPath_; }
     // The bounds of the outline (the zero rectangle when it is empty), whatever the kind.
-    virtual Rect selectedRect() const { return selectedPath_.bounds(); }
-    virtual void setSelectedRect(const Rect& r);
-    virtual void setSelectedRectOrigin(Point origin);
-    virtual void setSelectedRectSize(Size size);
-    virtual void moveSelectedRectBy(Size offset);
+    Rect selectedRect() const { return selectedPath_.bounds(); }
+
+    int trackingMode() const { return trackingMode_; }
+    bool polygonStarted() const { return polygonStarted_; }
+
+  protected:
+    void startMovingAtPoint(Point p);
+    virtual void startSelectingAtPoint(Point p);
+    virtual void continueMovingAtPoint(Point p);
+    void stopMovingAtPoint(Point p);
+    // The pointer pulled onto the diagonal through the anchor, in the pointer's quadrant.
+    Point makePointDistanceEqual(Point p) const;
+    void setSelectedRect(const Rect& r);
+    void setSelectedRectOrigin(Point origin);
     virtual void stopSelectingAtPoint(Point p);
     virtual void continueSelectingAtPoint(Point p);
 
-    int trackingMode() const { return trackingMode_; }
-    // The rectangle the outline is built from, and the hit area for moving it.
-    Rect selectedRectField() const { return selectedRect_; }
-    bool polygonStarted() const { return polygonStarted_; }
-    const Color& fillColor() const { return fillColor_; }
-    const Color& strokeColor() const { return strokeColor_; }
-
-  protected:
     // The outline for selectedRect_: a rectangle here, an ellipse for the oval marker.
     virtual Path outlineForRect(const Rect& r) const { return Path::rectangle(r); }
-    void rebuildOutline() { setSelectedPath(outlineForRect(selectedRect_)); }
+    void rebuildOutline() { selectedPath_ = outlineForRect(selectedRect_); }
     // Free-form outlines move by translating the path itself.
     void translateOutlineTo(Point p);
     void drawPath(MarkerPainter& painter, const UserPreferences& prefs, const Path& path) const;
@@ -116,16 +122,17 @@ class CROI_PolygonCropMarker : public CROI_CropMarker {
     void mouseDown(const MouseEvent& e) override;
     void mouseUp(const MouseEvent& e) override;
     void mouseDragged(const MouseEvent& e) override;
+
+  protected:
     void startSelectingAtPoint(Point p) override;
-    // The rubber band from the last vertex to the pointer, placed at the release.
-    virtual void continueSelectingAgainAtPoint(Point p);
     void continueSelectingAtPoint(Point p) override;
     void continueMovingAtPoint(Point p) override;
     void stopSelectingAtPoint(Point p) override;
 
-    const Path& tempPath() const { return tempPath_; }
-
   private:
+    // The rubber band from the last vertex to the pointer, placed at the release.
+    void continueSelectingAgainAtPoint(Point p);
+
     PolygonState& state_;
     Path tempPath_;
 };
@@ -138,14 +145,16 @@ class CROI_LassoCropMarker : public CROI_CropMarker {
     void mouseDown(const MouseEvent& e) override;
     void mouseUp(const MouseEvent& e) override;
     void mouseDragged(const MouseEvent& e) override;
+
+  protected:
     void startSelectingAtPoint(Point p) override;
     void continueMovingAtPoint(Point p) override;
     void continueSelectingAtPoint(Point p) override;
     void stopSelectingAtPoint(Point p) override;
 };
 
-// Style 1 oval, 2 polygon, 3 lasso, anything else the rectangle; fresh, holding no region.
-std::unique_ptr<CROI_CropMarker> makeCropMarker(int style, const UserPreferences& prefs,
+// A fresh marker of the tool's kind, holding no region.
+std::unique_ptr<CROI_CropMarker> makeCropMarker(SelectionTool tool, const UserPreferences& prefs,
                                                 PolygonState& polygonState);
 
 }  // namespace pv

@@ -263,9 +263,9 @@ TEST_F(ControllerTest, FailedLoadLeavesAnEmptyWorkingImageAndSaysWhy) {
 
 // Drags a rectangle on the scatter gram as a user would.
 void dragRectangle(PixmeraVeltroController& c, Point from, Point to) {
-    c.scatterGramGraph().mouseDown(MouseEvent{from, 0, 1});
-    c.scatterGramGraph().mouseDragged(MouseEvent{to, 0, 1});
-    c.scatterGramGraph().mouseUp(MouseEvent{to, 0, 1});
+    c.scatterGramGraph().mouseDown({.location = from});
+    c.scatterGramGraph().mouseDragged({.location = to});
+    c.scatterGramGraph().mouseUp({.location = to});
 }
 
 TEST_F(ControllerTest, RegionCountsThenCalculatesAfterTheWarning) {
@@ -300,12 +300,12 @@ TEST_F(ControllerTest, RegionCountsThenCalculatesAfterTheWarning) {
     EXPECT_TRUE(controller.buttons().saveButton);
 
     // A click inside the rectangle only moves it by nothing.
-    controller.scatterGramGraph().mouseDown(MouseEvent{{10, 10}, 0, 1});
-    controller.scatterGramGraph().mouseUp(MouseEvent{{10, 10}, 0, 1});
+    controller.scatterGramGraph().mouseDown({.location = {10, 10}});
+    controller.scatterGramGraph().mouseUp({.location = {10, 10}});
     EXPECT_EQ(f.coefficient_M1, "0.3333");
     // A click outside it without a drag removes the region: the column greys, all is cleared.
-    controller.scatterGramGraph().mouseDown(MouseEvent{{150, 150}, 0, 1});
-    controller.scatterGramGraph().mouseUp(MouseEvent{{150, 150}, 0, 1});
+    controller.scatterGramGraph().mouseDown({.location = {150, 150}});
+    controller.scatterGramGraph().mouseUp({.location = {150, 150}});
     EXPECT_FALSE(f.roiColumnEnabled);
     EXPECT_EQ(f.yAxisROIPixelCountText, "--");
     EXPECT_EQ(f.coefficient_M1, "");
@@ -339,8 +339,8 @@ TEST_F(ControllerTest, RevealPaintsACopyAndClearingShowsThePlainImage) {
     EXPECT_EQ(port.shownImages.back().bitmap, image.currentDisplayedImage().bitmap);
     EXPECT_TRUE(controller.workingImage().reflectedImageValid());
     // A click off the region removes it, and the reveal with it.
-    controller.scatterGramGraph().mouseDown(MouseEvent{{250, 250}, 0, 1});
-    controller.scatterGramGraph().mouseUp(MouseEvent{{250, 250}, 0, 1});
+    controller.scatterGramGraph().mouseDown(MouseEvent{.location = {250, 250}});
+    controller.scatterGramGraph().mouseUp(MouseEvent{.location = {250, 250}});
     EXPECT_FALSE(controller.workingImage().reflectedImageValid());
     EXPECT_EQ(port.shownImages.back().bitmap, image.currentDisplayedImage().bitmap);
 }

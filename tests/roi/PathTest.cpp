@@ -131,10 +131,10 @@ TEST(PathShape, BoundsAndClosing) {
                     0.0f, 1e-4f);
     }
     arch.lineTo({0, 10});
-    const Path closed = arch.closedPath();
     EXPECT_FALSE(arch.isClosed());
-    EXPECT_TRUE(closed.isClosed());
-    EXPECT_EQ(closed.currentPoint(), (Point{0, 0}));
+    arch.closePath();
+    EXPECT_TRUE(arch.isClosed());
+    EXPECT_EQ(arch.currentPoint(), (Point{0, 0}));
     EXPECT_FALSE(Path::oval(Rect{}).containsPoint({0, 0}));
 }
 

@@ -10,27 +10,29 @@
 namespace pv {
 namespace {
 
+using enum SelectionTool;
+
 // One mouse event: 'd'own, 'm'oved (dragged) or 'u'p.
 struct Step {
     char kind;
     Point p;
-    std::uint32_t flags = 0;
+    Modifiers keys{};
     int clicks = 1;
 };
 using Steps = std::vector<Step>;
 
 void play(CROI_ScatterGramCroppingImageView& view, const Steps& steps) {
     for (const Step& s : steps) {
-        const MouseEvent e{s.p, s.flags, s.clicks};
+        const MouseEvent e{s.p, s.keys, s.clicks};
         s.kind == 'd' ? view.mouseDown(e) : s.kind == 'm' ? view.mouseDragged(e) : view.mouseUp(e);
     }
 }
 
 const Steps kBox = {{'d', {10, 10}}, {'m', {30, 20}}, {'u', {40, 30}}};  // (10, 10, 30, 20)
 const Steps kLasso = {{'d', {0, 0}}, {'m', {30, 0}}, {'u', {0, 30}}};    // a right triangle
-const Steps kSquare = {{'d', {0, 0}},     {'m', {100, 0}},       {'u', {100, 0}},
-                       {'d', {100, 100}}, {'u', {100, 100}},     {'d', {0, 100}},
-                       {'u', {0, 100}},   {'d', {0, 100}, 0, 2}, {'u', {0, 100}, 0, 2}};
+const Steps kSquare = {{'d', {0, 0}},     {'m', {100, 0}},        {'u', {100, 0}},
+                       {'d', {100, 100}}, {'u', {100, 100}},      {'d', {0, 100}},
+                       {'u', {0, 100}},   {'d', {0, 100}, {}, 2}, {'u', {0, 100}, {}, 2}};
 
 Steps then(Steps a, const Steps& b) {
     a.insert(a.end(), b.begin(), b.end());
@@ -46,46 +48,57 @@ class Selection : public testing::Test {
 TEST_F(Selection, OutlineBoundsAfterEachGesture) {
     struct Case {
         const char* name;
-        int style;
+        SelectionTool tool;
         Steps steps;
         Rect want;
         bool polygonInProgress = false;
     };
-    const std::uint32_t shift = kShiftKeyMask, shiftOption = kShiftKeyMask | 0x80000;
+    const Modifiers shift{.shift = true};
+    // Shift with any other key, or with Caps Lock on, leaves the rectangle free.
+    auto shiftAnd = [](Modifiers keys) {
+        keys.shift = true;
+        return Steps{{'d', {10, 10}}, {'u', {40, 25}, keys}};
+    };
     // clang-format off
     const Case cases[] = {
-        {"fresh", 0, {}, {}},
-        {"click", 0, {{'d', {7, 9}}, {'u', {7, 9}}}, {{7, 9}, {0, 0}}},
-        {"shift square", 0, {{'d', {10, 10}}, {'u', {40, 25}, shift}}, {{10, 10}, {15, 15}}},
-        {"shift square up-left", 0, {{'d', {10, 10}}, {'u', {0, 30}, shift}}, {{0, 10}, {10, 10}}},
-        {"shift and option", 0, {{'d', {10, 10}}, {'u', {40, 25}, shiftOption}},
-         {{10, 10}, {30, 15}}},
-        {"decided at the release", 0, {{'d', {10, 10}}, {'m', {40, 25}, shift}, {'u', {40, 25}}},
-         {{10, 10}, {30, 15}}},
-        {"moved by its bottom-left corner", 0,
+        {"fresh", Rectangle, {}, {}},
+        {"click", Rectangle, {{'d', {7, 9}}, {'u', {7, 9}}}, {{7, 9}, {0, 0}}},
+        {"shift square", Rectangle, {{'d', {10, 10}}, {'u', {40, 25}, shift}},
+         {{10, 10}, {15, 15}}},
+        {"shift square up-left", Rectangle, {{'d', {10, 10}}, {'u', {0, 30}, shift}},
+         {{0, 10}, {10, 10}}},
+        {"shift circle", Oval, {{'d', {10, 10}}, {'u', {40, 25}, shift}}, {{10, 10}, {15, 15}}},
+        {"shift and control", Rectangle, shiftAnd({.control = true}), {{10, 10}, {30, 15}}},
+        {"shift and option", Rectangle, shiftAnd({.option = true}), {{10, 10}, {30, 15}}},
+        {"shift and command", Rectangle, shiftAnd({.command = true}), {{10, 10}, {30, 15}}},
+        {"shift and caps lock", Rectangle, shiftAnd({.capsLock = true}), {{10, 10}, {30, 15}}},
+        {"decided at the release", Rectangle,
+         {{'d', {10, 10}}, {'m', {40, 25}, shift}, {'u', {40, 25}}}, {{10, 10}, {30, 15}}},
+        {"moved by its bottom-left corner", Rectangle,
          then(kBox, {{'d', {10, 10}}, {'m', {15, 12}}, {'u', {20, 5}}}), {{20, 5}, {30, 20}}},
-        {"right edge starts anew", 0, then(kBox, {{'d', {40, 20}}, {'u', {50, 25}}}),
+        {"right edge starts anew", Rectangle, then(kBox, {{'d', {40, 20}}, {'u', {50, 25}}}),
          {{40, 20}, {10, 5}}},
-        {"oval moved by its corner", 1, then(kBox, {{'d', {11, 11}}, {'u', {111, -89}}}),
+        {"oval moved by its corner", Oval, then(kBox, {{'d', {11, 11}}, {'u', {111, -89}}}),
          {{110, -90}, {30, 20}}},
-        {"polygon ignores shift", 2, {{'d', {0, 0}}, {'m', {30, 20}, shift}}, {{0, 0}, {30, 20}},
-         true},
-        {"polygon square", 2, kSquare, {{0, 0}, {100, 100}}},
-        {"polygon moved", 2, then(kSquare, {{'d', {50, 50}}, {'m', {60, 45}}, {'u', {60, 45}}}),
+        {"polygon ignores shift", Polygon, {{'d', {0, 0}}, {'m', {30, 20}, shift}},
+         {{0, 0}, {30, 20}}, true},
+        {"polygon square", Polygon, kSquare, {{0, 0}, {100, 100}}},
+        {"polygon moved", Polygon,
+         then(kSquare, {{'d', {50, 50}}, {'m', {60, 45}}, {'u', {60, 45}}}),
          {{10, -5}, {100, 100}}},
-        {"polygon single click", 2, {{'d', {5, 6}}, {'u', {5, 6}}}, {{5, 6}, {0, 0}}},
-        {"double-click clears a closed polygon", 2,
-         then(kSquare, {{'d', {50, 50}}, {'u', {50, 50}}, {'d', {50, 50}, 0, 2}, {'u', {50, 50}}}),
+        {"polygon single click", Polygon, {{'d', {5, 6}}, {'u', {5, 6}}}, {{5, 6}, {0, 0}}},
+        {"double-click clears a closed polygon", Polygon,
+         then(kSquare, {{'d', {50, 50}}, {'u', {50, 50}}, {'d', {50, 50}, {}, 2}, {'u', {50, 50}}}),
          {{50, 50}, {0, 0}}},
-        {"lasso ignores shift", 3, {{'d', {0, 0}}, {'m', {30, 20}, shift}, {'u', {0, 20}}},
+        {"lasso ignores shift", Lasso, {{'d', {0, 0}}, {'m', {30, 20}, shift}, {'u', {0, 20}}},
          {{0, 0}, {30, 20}}},
-        {"lasso moved", 3, then(kLasso, {{'d', {5, 5}}, {'u', {7, 2}}}), {{2, -3}, {30, 30}}},
-        {"lasso restarted outside", 3, then(kLasso, {{'d', {40, 40}}, {'u', {50, 45}}}),
+        {"lasso moved", Lasso, then(kLasso, {{'d', {5, 5}}, {'u', {7, 2}}}), {{2, -3}, {30, 30}}},
+        {"lasso restarted outside", Lasso, then(kLasso, {{'d', {40, 40}}, {'u', {50, 45}}}),
          {{40, 40}, {10, 5}}},
     };
     // clang-format on
     for (const Case& c : cases) {
-        view.selectionMarkerStyle(c.style);
+        view.selectionMarkerStyle(c.tool);
         play(view, c.steps);
         const Rect g = view.selectionMarker()->selectedRect();
         EXPECT_NEAR(std::abs(g.minX() - c.want.minX()) + std::abs(g.minY() - c.want.minY()) +
@@ -97,7 +110,7 @@ TEST_F(Selection, OutlineBoundsAfterEachGesture) {
 }
 
 TEST_F(Selection, PolygonAndLassoOutlines) {
-    view.selectionMarkerStyle(2);
+    view.selectionMarkerStyle(Polygon);
     play(view, kSquare);
     const Path& square = view.currentlySelectedPath();
     std::vector<Point> corners;
@@ -115,7 +128,7 @@ TEST_F(Selection, PolygonAndLassoOutlines) {
     const std::pair<Steps, int> lassos[] = {
         {{{'d', {1, 1}}, {'u', {5, 3}}}, 3}, {kLasso, 4}, {kFourDrags, 7}};
     for (const auto& [steps, elements] : lassos) {
-        view.selectionMarkerStyle(3);
+        view.selectionMarkerStyle(Lasso);
         play(view, steps);
         EXPECT_EQ(view.currentlySelectedPath().elementCount(), elements);
         EXPECT_TRUE(view.currentlySelectedPath().isClosed());
@@ -132,33 +145,53 @@ struct RecordingPainter : MarkerPainter {
 };
 
 TEST_F(Selection, FillFollowsThePreferenceAndTheRubberBandIsDrawnToo) {
-    view.selectionMarkerStyle(0);
+    view.selectionMarkerStyle(Rectangle);
     play(view, kBox);
     RecordingPainter painter;
     view.drawRect(painter);
     using Calls = std::vector<std::pair<char, Color>>;
     EXPECT_EQ(painter.calls, (Calls{{'f', {1, 1, 1, 0.2f}}, {'s', {1, 0, 0, 1}}}));
 
+    view.setROIColors({0, 0, 1, 1}, {0, 1, 0, 1}, 0.5f);
+    painter.calls.clear();
+    view.drawRect(painter);
+    EXPECT_EQ(painter.calls, (Calls{{'f', {0, 1, 0, 0.5f}}, {'s', {0, 0, 1, 1}}}));
+
     prefs.enableFillROI = false;
-    view.selectionMarkerStyle(2);
-    view.takeSelectionColorFrom({0, 0, 1, 1});
-    EXPECT_EQ(view.selectionMarker()->fillColor(), (Color{0, 0, 1, 0.2f}));
+    view.selectionMarkerStyle(Polygon);
     play(view, {{'d', {0, 0}}, {'m', {9, 0}}, {'u', {9, 0}}, {'d', {9, 9}}});
     painter.calls.clear();
-    view.drawRect(painter);  // outline and rubber band, strokes only
-    EXPECT_EQ(painter.calls, (Calls{{'s', {0, 0, 1, 1}}, {'s', {0, 0, 1, 1}}}));
+    view.drawRect(painter);  // outline and rubber band, strokes only, in the preference colour
+    EXPECT_EQ(painter.calls, (Calls{{'s', {1, 0, 0, 1}}, {'s', {1, 0, 0, 1}}}));
 }
 
-TEST_F(Selection, StylesAndClippedRegion) {
+TEST_F(Selection, PopupItemsGiveTheirKindOfMarker) {
+    struct Item {
+        int index;
+        SelectionTool tool;
+        const std::type_info& kind;
+    };
+    const Item items[] = {
+        {-1, Rectangle, typeid(CROI_CropMarker)}, {0, Rectangle, typeid(CROI_CropMarker)},
+        {1, Oval, typeid(CROI_OvalCropMarker)},   {2, Polygon, typeid(CROI_PolygonCropMarker)},
+        {3, Lasso, typeid(CROI_LassoCropMarker)}, {4, Rectangle, typeid(CROI_CropMarker)},
+    };
+    for (const Item& item : items) {
+        EXPECT_EQ(selectionToolForPopupIndex(item.index), item.tool) << item.index;
+        view.selectionMarkerStyle(item.tool);
+        EXPECT_EQ(typeid(*view.selectionMarker()), item.kind) << item.index;
+    }
+    for (int index = 0; index < 4; ++index) {
+        EXPECT_EQ(popupIndexForSelectionTool(selectionToolForPopupIndex(index)), index);
+    }
+}
+
+TEST_F(Selection, ClippedRegion) {
     EXPECT_EQ(view.selectedRectSize(), Rect{});  // no marker yet: no region, events ignored
     play(view, kBox);
     EXPECT_TRUE(view.currentlySelectedPath().isEmpty());
-    for (int style : {0, 4, -1}) {
-        view.selectionMarkerStyle(style);
-        EXPECT_EQ(typeid(*view.selectionMarker()), typeid(CROI_CropMarker)) << style;
-    }
 
-    view.selectionMarkerStyle(0);
+    view.selectionMarkerStyle(Rectangle);
     play(view, {{'d', {200, 200}}, {'u', {300, 310}}});
     EXPECT_EQ(view.selectedRectSize(), makeRect(200, 200, 56, 56));
     EXPECT_EQ(view.currentlySelectedPath().bounds(), makeRect(200, 200, 100, 110));
@@ -169,19 +202,15 @@ TEST_F(Selection, StylesAndClippedRegion) {
 TEST_F(Selection, NotificationsPerGesture) {
     int posted = 0;
     view.onScatterGramROISelected = [&] { ++posted; };
-    view.selectionMarkerStyle(0);
+    view.selectionMarkerStyle(Rectangle);
     const Steps drag = {{'d', {1, 1}}, {'m', {2, 2}}, {'m', {3, 3}}, {'m', {4, 4}}, {'u', {5, 5}}};
     play(view, drag);
     EXPECT_EQ(posted, 1);
-    view.takeContinuousModeFrom(0x101);
+    view.setContinuous(true);
     play(view, drag);
     EXPECT_EQ(posted, 5);
-    view.takeContinuousModeFrom(0x100);  // only the low byte counts
-    EXPECT_FALSE(view.isContinuous());
-    view.takeAntiAliasModeFrom(0);
-    view.takeAntiAliasModeFrom(0);
-    view.selectionMarkerStyle(1);
-    EXPECT_EQ(posted, 7);
+    view.selectionMarkerStyle(Oval);  // the region goes, but nothing is recounted
+    EXPECT_EQ(posted, 5);
 }
 
 TEST_F(Selection, CroppedPictureIsTheRegionMaskedToTheOutline) {
@@ -194,7 +223,7 @@ TEST_F(Selection, CroppedPictureIsTheRegionMaskedToTheOutline) {
         }
     }
     view.setImage(Picture::at72dpi(std::move(*bitmap)));
-    view.selectionMarkerStyle(1);
+    view.selectionMarkerStyle(Oval);
     EXPECT_EQ(view.croppedImage().bitmap, view.image().bitmap);
     play(view, {{'d', {30, 40}}, {'u', {40.5f, 60.75f}}});
     const Picture cut = view.croppedImage();
