@@ -16,14 +16,13 @@ void plotScatterGram(const PairHistogram& histogram, std::uint8_t* scatterGramDa
         return;
     }
     const ChannelPair pair = channelPairFor(histogram.rgbCombo);
+    const std::uint64_t* counts = histogram.counts.data();
+    constexpr std::size_t kStateBins = 256 * 256;
     for (int y = 0; y < 256; ++y) {
         std::uint8_t* row = scatterGramData + (255 - y) * kScatterGramBytesPerRow;
+        const std::uint64_t* c = counts + PairHistogram::binOf(0, y, 0);
         for (int x = 0; x < 256; ++x) {
-            bool occurs = false;
-            for (int t = 0; t < PairHistogram::kThirdStates; ++t) {
-                occurs = occurs || histogram.count(t, y, x) != 0;
-            }
-            if (occurs) {
+            if ((c[x] | c[x + kStateBins] | c[x + 2 * kStateBins]) != 0) {
                 row[x * 3 + pair.y] = std::uint8_t(y);
                 row[x * 3 + pair.x] = std::uint8_t(x);
             }
