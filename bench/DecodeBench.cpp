@@ -33,7 +33,7 @@ class TiffFiles {
             const pv::Status s =
                 pv::writeTiffAtomically(path, pv::bench::fluorescenceImage(megapixels).bitmap);
             if (!s) {
-                std::fprintf(stderr, "%s\n", s.error().message.c_str());
+                std::fprintf(stderr, "%s\n", s.error().message().c_str());
                 path.clear();
             }
         }
@@ -56,7 +56,7 @@ void BM_DecodeTiff(benchmark::State& state) {
         pv::ImageFileInfo info;
         pv::Result<pv::Picture> picture = pv::readImageFile(path);
         if (!picture) {
-            state.SkipWithError(picture.error().message.c_str());
+            state.SkipWithError(picture.error().message().c_str());
             return;
         }
         pv::Result<pv::Picture> at72 = pv::convertNon72dpiImages(*picture, info);

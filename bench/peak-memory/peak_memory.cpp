@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
         }
         workingBytes = bitmap->totalBytes();
         if (const pv::Status s = pv::writeTiffAtomically(path, *bitmap); !s) {
-            std::fprintf(stderr, "%s\n", s.error().message.c_str());
+            std::fprintf(stderr, "%s\n", s.error().message().c_str());
             return 1;
         }
     }

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -44,17 +45,9 @@ struct ImageOutcome {
     std::vector<std::string> row;       // one row of the batch table
 };
 
-// "cells.tif: the file ends early" — the reason is printed after the file the user named.
-std::string failureLine(const std::string& file, const Error& error) {
-    std::string reason = error.message;
-    const std::string name = std::filesystem::path(file).filename().string();
-    for (const std::string& prefix : {file + ": ", name + ": "}) {
-        if (reason.rfind(prefix, 0) == 0) {
-            reason.erase(0, prefix.size());
-            break;
-        }
-    }
-    return file + ": " + reason;
+// "cells.tif: the file ends early": what went wrong, after the image as the user named it.
+std::string failureLine(const std::string& image, std::string_view what) {
+    return image + ": " + std::string(what);
 }
 
 std::string reportStemFor(const cli::Options& o, const std::string& image) {
@@ -78,11 +71,11 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
 
     const Status opened = controller.openImageFile(image);
     if (!opened) {
-        out.failures.push_back(failureLine(image, opened.error()));
+        out.failures.push_back(failureLine(image, opened.error().reason));
         return out;
     }
     for (const std::string& line : port.log) {
-        out.failures.push_back(image + ": " + line);
+        out.failures.push_back(failureLine(image, line));
     }
 
     for (const cli::BackgroundStep& step : o.background) {
@@ -115,7 +108,7 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     if (o.reportStem) {
         for (const Error& e : controller.outputPixelCoefficientData(reportStemFor(o, image),
                                                                     o.format, o.saveImages)) {
-            out.failures.push_back(failureLine(image, e));
+            out.failures.push_back(failureLine(image, e.message()));
         }
     } else {
         out.report = buildReport(f);

@@ -197,8 +197,8 @@ void PixmeraVeltroController::calculateScatterGram() {
         port_.logMessage(kInitializationError);
         return;
     }
-    if (!runAnalysisPass(image_.channels(), analysis_, scatterGramBitmap_->bitmapData(),
-                         histogram_, analysisThreads_)) {
+    if (!runAnalysisPass(image_.channels(), analysis_, scatterGramBitmap_->bitmapData(), histogram_,
+                         analysisThreads_)) {
         port_.logMessage(kInitializationError);
     }
 }
@@ -382,7 +382,7 @@ void PixmeraVeltroController::reflectWhitePixels() {
         return;
     }
     if (!image_.reveal(currentRegionSelection(), analysis_, analysisThreads_)) {
-        port_.showError(Error{tr("There is not enough memory to reveal the pixels.")});
+        port_.showError(Error{.reason = tr("There is not enough memory to reveal the pixels.")});
         return;
     }
     imageShown();
@@ -396,7 +396,8 @@ void PixmeraVeltroController::removeBackgroundNow(BackgroundControls& controls) 
     const Action action(*this);
     getBackgroundMethod(controls, backgroundSettings_);
     if (!image_.applyBackgroundCorrection(backgroundSettings_, analysisThreads_)) {
-        port_.showError(Error{tr("There is not enough memory to correct the background.")});
+        port_.showError(
+            Error{.reason = tr("There is not enough memory to correct the background.")});
         return;
     }
     imageShown();

@@ -6,9 +6,15 @@
 
 namespace pv {
 
-// A failure a user can act on: the message names the file (when there is one) and the reason.
+// A failure a user can act on: the file it concerns, kept apart from the reason so that each
+// front end can name the file its own way.
 struct Error {
-    std::string message;
+    std::string file{};    // as it was named to the program; empty when no file is involved
+    std::string reason{};  // translated, in plain words
+    bool writing = false;
+
+    // "FILE: reason" ("cannot write FILE: reason" when writing), or the reason alone.
+    std::string message() const;
 };
 
 // Success or an Error; the engine returns these instead of throwing.

@@ -13,15 +13,14 @@
 
 namespace pv::decode {
 
-// Reasons a decoder gives, as keys for tr(). readImageFile puts the file in front.
+// Reasons a decoder gives, as keys for tr(). readImageFile adds the file.
 inline constexpr const char* kTruncated = "the file ends before the picture is complete";
 inline constexpr const char* kDamaged = "the file is damaged and the picture cannot be read";
 inline constexpr const char* kNotAPicture =
     "not a picture file this program can read (TIFF, PNG, JPEG or BMP)";
 
-// A translated reason with %1, %2, ... replaced by the arguments.
-std::string reason(std::string_view english, std::initializer_list<std::string> args = {});
-Error failure(std::string_view english, std::initializer_list<std::string> args = {});
+// A translated reason with %1, %2, ... replaced by the arguments; no file yet.
+Error failure(std::string_view english, std::initializer_list<std::string_view> args = {});
 
 // An 8-bit bitmap for a decoded picture, refused with a reason when a plane would be larger
 // than a Bitmap may be or memory is short.

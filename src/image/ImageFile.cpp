@@ -14,21 +14,8 @@ namespace pv {
 
 namespace decode {
 
-std::string reason(std::string_view english, std::initializer_list<std::string> args) {
-    std::string text = tr(english);
-    int n = 1;
-    for (const std::string& arg : args) {
-        const std::string mark = "%" + std::to_string(n++);
-        const std::size_t at = text.find(mark);
-        if (at != std::string::npos) {
-            text.replace(at, mark.size(), arg);
-        }
-    }
-    return text;
-}
-
-Error failure(std::string_view english, std::initializer_list<std::string> args) {
-    return Error{reason(english, args)};
+Error failure(std::string_view english, std::initializer_list<std::string_view> args) {
+    return Error{.reason = tr(english, args)};
 }
 
 Result<Bitmap> allocatePicture(std::uint64_t wide, std::uint64_t high, int samplesPerPixel,
@@ -110,46 +97,37 @@ bool isPictFileName(std::string_view path) {
     return ext == ".pct" || ext == ".pict" || ext == ".PCT" || ext == ".PICT";
 }
 
-namespace {
-
-Error fileError(const std::string& path, const std::string& why) {
-    return Error{path + ": " + why};
-}
-
-}  // namespace
-
 Result<Picture> readImageFile(const std::string& path) {
     using namespace decode;
     if (isPictFileName(path)) {
-        return fileError(path, tr(kPictNotSupported));
+        return Error{path, tr(kPictNotSupported)};
     }
     std::error_code ec;
     const auto status = std::filesystem::status(path, ec);
     if (!std::filesystem::exists(status)) {
-        return fileError(path, reason("the file does not exist"));
+        return Error{path, tr("the file does not exist")};
     }
     if (std::filesystem::is_directory(status)) {
-        return fileError(path, reason("this is a folder, not a picture file"));
+        return Error{path, tr("this is a folder, not a picture file")};
     }
     std::FILE* f = std::fopen(path.c_str(), "rb");
     if (!f) {
-        return fileError(path, errno == EACCES
-                                   ? reason("you do not have permission to read the file")
-                                   : reason("the file cannot be opened"));
+        return Error{path, errno == EACCES ? tr("you do not have permission to read the file")
+                                           : tr("the file cannot be opened")};
     }
     std::uint8_t head[8] = {};
     const std::size_t got = std::fread(head, 1, sizeof head, f);
     const bool readFailed = std::ferror(f) != 0;
     std::fclose(f);
     if (readFailed) {
-        return fileError(path, reason("the file cannot be read"));
+        return Error{path, tr("the file cannot be read")};
     }
     const std::uint64_t size = std::filesystem::file_size(path, ec);
     if (ec) {
-        return fileError(path, reason("the file cannot be read"));
+        return Error{path, tr("the file cannot be read")};
     }
     if (size == 0) {
-        return fileError(path, reason("the file is empty"));
+        return Error{path, tr("the file is empty")};
     }
     Result<Picture> picture = failure(kNotAPicture);
     switch (detectImageKind(std::span<const std::uint8_t>(head, got))) {
@@ -169,7 +147,7 @@ Result<Picture> readImageFile(const std::string& path) {
             break;
     }
     if (!picture) {
-        return fileError(path, picture.error().message);
+        return Error{path, picture.error().reason};
     }
     return picture;
 }

@@ -23,8 +23,8 @@ ImageKind imageKindOfFile(const std::string& path);
 // layout (planar stays planar) but always has 8-bit samples: grey and palette become RGB,
 // alpha stays a fourth sample, 16-bit samples are scaled by one factor common to the colour
 // channels so that the largest becomes 255. The picture's size is pixels / dpi * 72 (72 dpi
-// when the file gives none). Every error reads "PATH: reason", PATH as passed in, the reason
-// in plain words (for PICT names, the reason is kPictNotSupported, checked before the file).
+// when the file gives none). Every error's file is PATH as passed in, its reason in plain
+// words (for PICT names, the reason is kPictNotSupported, checked before the file).
 Result<Picture> readImageFile(const std::string& path);
 
 // Extensions on which the program refuses to decode, with the message it gives.

@@ -2,17 +2,17 @@
 
 #include <algorithm>
 
-#include "image/DecoderSupport.h"
+#include "core/Localization.h"
 
 namespace pv {
 
 namespace {
 
 Error outOfMemory(const Bitmap& source, const std::optional<std::string>& fileName) {
-    const std::string text = decode::reason(
-        "there is not enough memory to convert the picture (%1 pixels)",
-        {std::to_string(source.pixelsWide()) + " x " + std::to_string(source.pixelsHigh())});
-    return Error{fileName ? *fileName + ": " + text : text};
+    return Error{
+        fileName.value_or(""),
+        tr("there is not enough memory to convert the picture (%1 pixels)",
+           {std::to_string(source.pixelsWide()) + " x " + std::to_string(source.pixelsHigh())})};
 }
 
 // Rows are copied one at a time through the source's channel view, so padded rows, alpha, grey

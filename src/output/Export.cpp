@@ -16,63 +16,31 @@
 #include <memory>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include "core/Localization.h"
 
 namespace pv {
 
-std::string fillPlaceholders(std::string_view format, std::span<const std::string_view> values) {
-    std::string out;
-    out.reserve(format.size());
-    std::size_t next = 0;
-    for (std::size_t i = 0; i < format.size(); ++i) {
-        const char c = format[i];
-        if (c == '%' && i + 1 < format.size()) {
-            if (format[i + 1] == '@') {
-                if (next < values.size()) {
-                    out += values[next];
-                }
-                ++next;
-                ++i;
-                continue;
-            }
-            if (format[i + 1] == '%') {
-                out += '%';
-                ++i;
-                continue;
-            }
-        }
-        out += c;
-    }
-    return out;
-}
-
-namespace {
-
-std::string fill(std::string_view english, std::initializer_list<std::string_view> values) {
-    return fillPlaceholders(tr(english), std::span(values.begin(), values.size()));
-}
-
-}  // namespace
-
 std::string buildReport(const ResultFields& f) {
-    const std::string pixels = fill(
-        "Pixel Information\n\tImage ROI\tScatter Gram ROI\n\tCount\t%%\tCount\t%%\n"
-        "%@\t%@\t%@\t%@\t%@\n%@\t%@\t%@\t%@\t%@\n%@\t%@\t%@\t%@\t%@\nTotal:\t%@\t%@\t%@\t%@\n\n",
-        {f.yAxisPixelColorText, f.yAxisPixelCountText, f.yAxisPixelPercentText,
-         f.yAxisROIPixelCountText, f.yAxisROIPixelPercentText, f.xAxisPixelColorText,
-         f.xAxisPixelCountText, f.xAxisPixelPercentText, f.xAxisROIPixelCountText,
-         f.xAxisROIPixelPercentText, f.xyAxisPixelColorText, f.xyAxisPixelCountText,
-         f.xyAxisPixelPercentText, f.xyAxisROIPixelCountText, f.xyAxisROIPixelPercentText,
-         f.pixelCountTotal, f.pixelPercentTotal, f.pixelCountROITotal, f.pixelROIPercentTotal});
-    const std::string image = fill(
-        "Coefficients Calculations - Current Image ROI\nRr\t%@\nR\t%@\nk1\t%@\nk2\t%@\nm1\t%@\n"
-        "m2\t%@\n\n",
-        {f.coefficient_Rr, f.coefficient_R, f.coefficient_k1, f.coefficient_k2, f.coefficient_m1,
-         f.coefficient_m2});
+    const std::string pixels =
+        tr("Pixel Information\n\tImage ROI\tScatter Gram ROI\n\tCount\t%%\tCount\t%%\n"
+           "%1\t%2\t%3\t%4\t%5\n%6\t%7\t%8\t%9\t%10\n%11\t%12\t%13\t%14\t%15\n"
+           "Total:\t%16\t%17\t%18\t%19\n\n",
+           {f.yAxisPixelColorText, f.yAxisPixelCountText, f.yAxisPixelPercentText,
+            f.yAxisROIPixelCountText, f.yAxisROIPixelPercentText, f.xAxisPixelColorText,
+            f.xAxisPixelCountText, f.xAxisPixelPercentText, f.xAxisROIPixelCountText,
+            f.xAxisROIPixelPercentText, f.xyAxisPixelColorText, f.xyAxisPixelCountText,
+            f.xyAxisPixelPercentText, f.xyAxisROIPixelCountText, f.xyAxisROIPixelPercentText,
+            f.pixelCountTotal, f.pixelPercentTotal, f.pixelCountROITotal, f.pixelROIPercentTotal});
+    const std::string image =
+        tr("Coefficients Calculations - Current Image ROI\nRr\t%1\nR\t%2\nk1\t%3\nk2\t%4\nm1\t%5\n"
+           "m2\t%6\n\n",
+           {f.coefficient_Rr, f.coefficient_R, f.coefficient_k1, f.coefficient_k2, f.coefficient_m1,
+            f.coefficient_m2});
     const std::string scatterGram =
-        fill("Coefficients Calculations - Scatter Gram ROI\nM1\t%@\nM2\t%@\n\n",
-             {f.coefficient_M1, f.coefficient_M2});
+        tr("Coefficients Calculations - Scatter Gram ROI\nM1\t%1\nM2\t%2\n\n",
+           {f.coefficient_M1, f.coefficient_M2});
     return pixels + image + scatterGram;
 }
 
@@ -86,8 +54,8 @@ std::string reasonOf(int error) {
     return std::generic_category().message(error);
 }
 
-Error cannotWrite(const std::string& path, std::string_view reason) {
-    return Error{fill("cannot write %@: %@", {path, reason})};
+Error cannotWrite(const std::string& path, std::string reason) {
+    return Error{.file = path, .reason = std::move(reason), .writing = true};
 }
 
 // Six characters for a temporary name; unique enough with O_EXCL and a retry.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,11 +9,6 @@
 #include "output/ResultFields.h"
 
 namespace pv {
-
-// Fills the "%@" placeholders of a (translated) format with the values in order and turns "%%"
-// into "%"; every other character, and everything inside a value, is copied as it is. A
-// placeholder without a value becomes empty.
-std::string fillPlaceholders(std::string_view format, std::span<const std::string_view> values);
 
 // The tab-separated report built from the field texts, byte for byte.
 std::string buildReport(const ResultFields& fields);

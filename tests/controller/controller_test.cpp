@@ -24,7 +24,7 @@ struct RecordingPort : NullControllerPort {
     void askBackgroundCorrectionWarning() override { ++warnings; }
     void performBackgroundCorrection() override { ++backgroundRequests; }
     void showHelpPage(std::string_view page) override { helpPages.emplace_back(page); }
-    void showError(const Error& e) override { errors.push_back(e.message); }
+    void showError(const Error& e) override { errors.push_back(e.message()); }
     void logMessage(std::string_view m) override { log.emplace_back(m); }
     void noteRecentDocument(const std::string& p) override { recent.push_back(p); }
     void askScatterGramWarning(const WarningQuestion& q) override {
@@ -251,7 +251,7 @@ TEST_F(ControllerTest, FailedLoadLeavesAnEmptyWorkingImageAndSaysWhy) {
     load(picture(2, 2, kExample));
     const Status s = controller.openImageFile("/nonexistent/folder/cells.tif");
     ASSERT_FALSE(s.ok());
-    EXPECT_NE(s.error().message.find("cells.tif"), std::string::npos);
+    EXPECT_NE(s.error().message().find("cells.tif"), std::string::npos);
     ASSERT_EQ(port.errors.size(), 1u);
     const WorkingImage& image = controller.workingImage();
     EXPECT_TRUE(image.currentDisplayedImage().isEmpty());

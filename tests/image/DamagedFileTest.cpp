@@ -18,7 +18,7 @@ void expectCleanRefusalOrPicture(const std::string& path, bool mustFail) {
         EXPECT_EQ(std::pair(mustFail, picture->isEmpty()), std::pair(false, false));
         return;
     }
-    const std::string& message = picture.error().message;
+    const std::string& message = picture.error().message();
     ASSERT_EQ(message.rfind(path + ": ", 0), 0u) << message;
     EXPECT_GT(message.size(), path.size() + 10) << message;
 }
@@ -102,7 +102,7 @@ TEST(DamagedFiles, FileSystemForeignHugeAndCutFilesHaveTheirOwnWords) {
         auto picture = readImageFile(path);
         ASSERT_FALSE(picture.ok()) << path;
         // The size refusal may say more.
-        EXPECT_EQ(picture.error().message.substr(0, path.size() + 2 + reason.size()),
+        EXPECT_EQ(picture.error().message().substr(0, path.size() + 2 + reason.size()),
                   path + ": " + reason);
     };
     refused("missing.tif", "the file does not exist");

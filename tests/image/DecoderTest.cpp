@@ -72,7 +72,7 @@ TEST(TiffDecoder, DeliversEightBitRGBInTheFilesLayout) {
         const auto samples = testing::pattern(std::size_t(s.wide * s.high * s.samples), below);
         testing::writeTiff(dir.file("t.tif"), s, samples);
         auto picture = readImageFile(dir.file("t.tif"));
-        ASSERT_TRUE(picture.ok()) << picture.error().message;
+        ASSERT_TRUE(picture.ok()) << picture.error().message();
         const Bitmap& b = *picture->bitmap;
         const bool alpha = s.samples % 2 == 0;
         EXPECT_EQ(std::tuple(b.isPlanar(), b.samplesPerPixel(), b.hasAlpha(), picture->size,
@@ -88,7 +88,7 @@ TEST(TiffDecoder, SixteenBitColoursShareOneFactorAndAlphaKeepsItsOwn) {
     testing::writeTiff(dir.file("a.tif"), {.wide = 3, .high = 1, .samples = 4, .bits = 16},
                        {0, 500, 1, 65535, 1000, 2, 998, 0, 3, 999, 4, 32768});
     auto picture = readImageFile(dir.file("a.tif"));
-    ASSERT_TRUE(picture.ok()) << picture.error().message;
+    ASSERT_TRUE(picture.ok()) << picture.error().message();
     // 500 -> 127.5 -> 128; 2 -> 0.51 -> 1; 998 -> 254.49 -> 254; 999 -> 254.745 -> 255.
     const std::vector<std::uint8_t> expected = {0, 128, 0, 255, 255, 1, 254, 0, 1, 255, 1, 128};
     EXPECT_EQ(testing::meshedSamples(*picture->bitmap), expected);
@@ -117,7 +117,7 @@ TEST(Decoders, ResolutionGivesThePictureSizeInPoints) {
     };
     for (const auto& [path, expected] : table) {
         auto picture = readImageFile(path);
-        ASSERT_TRUE(picture.ok()) << picture.error().message;
+        ASSERT_TRUE(picture.ok()) << picture.error().message();
         const Size got = picture->size;
         EXPECT_LT(std::hypot(got.width - expected.width, got.height - expected.height), 1e-3)
             << path << ": " << got.width << " x " << got.height;
@@ -133,7 +133,7 @@ TEST(PngDecoder, ExpandsEveryColourTypeToEightBitRGB) {
         const auto in = testing::pattern(13 * 9 * std::size_t(n), bits == 16 ? 50000 : 256);
         testing::writePng(dir.file("p.png"), {13, 9, n, bits, interlaced}, in);
         auto picture = readImageFile(dir.file("p.png"));
-        ASSERT_TRUE(picture.ok()) << picture.error().message;
+        ASSERT_TRUE(picture.ok()) << picture.error().message();
         // A TIFF of the same samples must look the same.
         const TiffLayout like{13, 9, n, bits, n < 3 ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB};
         const Bitmap& b = *picture->bitmap;
@@ -157,7 +157,7 @@ TEST(JpegDecoder, ReadsColourAndGreyWithTheirDensity) {
         }
         testing::writeJpeg(dir.file("j.jpg"), 64, 32, c.components, samples, c.unit, c.density);
         auto picture = readImageFile(dir.file("j.jpg"));
-        ASSERT_TRUE(picture.ok()) << picture.error().message;
+        ASSERT_TRUE(picture.ok()) << picture.error().message();
         EXPECT_EQ(picture->bitmap->samplesPerPixel(), 3);
         EXPECT_NEAR(picture->size.width, c.pointsWide, 1e-3);
         for (int k = 0; k < 3; ++k) {
@@ -182,7 +182,7 @@ TEST(BmpDecoder, ReadsEveryDepthEitherWayUpAndRefusesRunLength) {
         for (int high : {2, -2}) {  // negative: stored top row first
             testing::writeBytes(path, testing::makeBmp(3, high, bpp, palette, masks, rows));
             auto picture = readImageFile(path);
-            ASSERT_TRUE(picture.ok()) << picture.error().message;
+            ASSERT_TRUE(picture.ok()) << picture.error().message();
             EXPECT_EQ(
                 std::pair(picture->bitmap->hasAlpha(), testing::meshedSamples(*picture->bitmap)),
                 std::pair(alpha, expected))
@@ -216,7 +216,7 @@ TEST(BmpDecoder, ReadsEveryDepthEitherWayUpAndRefusesRunLength) {
     testing::writeBytes(path, rle);
     auto refused = readImageFile(path);
     ASSERT_FALSE(refused.ok());
-    EXPECT_EQ(refused.error().message,
+    EXPECT_EQ(refused.error().message(),
               path +
                   ": compressed (RLE) BMP pictures are not supported; save the picture "
                   "uncompressed or as TIFF");

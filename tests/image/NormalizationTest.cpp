@@ -45,7 +45,7 @@ TEST(Normalization, CombinedEffectOfBothConversions) {
                         Size{w / dpi * 72.0f, h / dpi * 72.0f}};
                     ImageFileInfo info;
                     auto b = convertNon72dpiImages(file, info);
-                    ASSERT_TRUE(b.ok()) << b.error().message;
+                    ASSERT_TRUE(b.ok()) << b.error().message();
                     EXPECT_EQ(std::pair(info.horizontalDPI, info.verticalDPI), std::pair(dpi, dpi));
                     auto converted = convertPlanarImageToNonPlanar(*b);
                     ASSERT_TRUE(converted.ok());

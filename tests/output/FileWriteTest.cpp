@@ -56,7 +56,7 @@ bool failsAsNobody(const std::string& path, const std::string& message) {
             ::_exit(2);
         }
         const Status s = writeFileAtomically(path, "new report");
-        const std::string got = s ? "OK" : s.error().message;
+        const std::string got = s ? "OK" : s.error().message();
         std::fputs(got == message ? "" : (got + "\n").c_str(), stderr);
         ::_exit(got == message ? 0 : 1);
     }
@@ -163,7 +163,7 @@ TEST(OutputPixelCoefficientData, MissingFolderFailsEveryFile) {
     ASSERT_EQ(errors.size(), 4u);
     const char* suffixes[] = {".xls", kImageSuffix, kScatterGramSuffix, kRevealedImageSuffix};
     for (std::size_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(errors[i].message,
+        EXPECT_EQ(errors[i].message(),
                   "cannot write " + stem + suffixes[i] + ": No such file or directory");
     }
     EXPECT_TRUE(namesIn(folder.path).empty());

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <string>
 
 #include "output/Export.h"
@@ -69,6 +70,31 @@ TEST(Report, CoefficientTextsAreCopiedAsShown) {
             "\nM2\t" + v + "\n\n"))
             << '"' << v << '"';
     }
+}
+
+// A text of its own in every field, so that a cell showing another field's text stands out.
+TEST(Report, EveryFieldHasItsOwnCell) {
+    ResultFields f;
+    std::string* inReportOrder[] = {
+        &f.yAxisPixelColorText,      &f.yAxisPixelCountText,      &f.yAxisPixelPercentText,
+        &f.yAxisROIPixelCountText,   &f.yAxisROIPixelPercentText, &f.xAxisPixelColorText,
+        &f.xAxisPixelCountText,      &f.xAxisPixelPercentText,    &f.xAxisROIPixelCountText,
+        &f.xAxisROIPixelPercentText, &f.xyAxisPixelColorText,     &f.xyAxisPixelCountText,
+        &f.xyAxisPixelPercentText,   &f.xyAxisROIPixelCountText,  &f.xyAxisROIPixelPercentText,
+        &f.pixelCountTotal,          &f.pixelPercentTotal,        &f.pixelCountROITotal,
+        &f.pixelROIPercentTotal,     &f.coefficient_Rr,           &f.coefficient_R,
+        &f.coefficient_k1,           &f.coefficient_k2,           &f.coefficient_m1,
+        &f.coefficient_m2,           &f.coefficient_M1,           &f.coefficient_M2};
+    for (std::size_t i = 0; i < std::size(inReportOrder); ++i) {
+        *inReportOrder[i] = "f" + std::to_string(i + 1);
+    }
+    EXPECT_EQ(buildReport(f),
+              "Pixel Information\n\tImage ROI\tScatter Gram ROI\n\tCount\t%\tCount\t%\n"
+              "f1\tf2\tf3\tf4\tf5\nf6\tf7\tf8\tf9\tf10\nf11\tf12\tf13\tf14\tf15\n"
+              "Total:\tf16\tf17\tf18\tf19\n\n"
+              "Coefficients Calculations - Current Image ROI\nRr\tf20\nR\tf21\nk1\tf22\nk2\tf23\n"
+              "m1\tf24\nm2\tf25\n\n"
+              "Coefficients Calculations - Scatter Gram ROI\nM1\tf26\nM2\tf27\n\n");
 }
 
 TEST(ReportPath, SuffixIsAlwaysAppended) {

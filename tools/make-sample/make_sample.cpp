@@ -281,7 +281,7 @@ int main(int argc, char** argv) {
     }
     const pv::Status status = pv::writeTiffAtomically(argv[1], *bitmap);
     if (!status) {
-        std::fprintf(stderr, "make-sample: %s\n", status.error().message.c_str());
+        std::fprintf(stderr, "make-sample: %s\n", status.error().message().c_str());
         return 1;
     }
     return 0;
