@@ -160,6 +160,33 @@ TEST_F(ControllerTest, UntickedCheckboxesShowNDButStillStoreValues) {
     EXPECT_DOUBLE_EQ(controller.analysis().coefficients.overlap_m2, 0.5);
 }
 
+// Each of the sixteen settings: k1's box governs k2 as well, m1's governs m2.
+TEST_F(ControllerTest, EachCheckboxSettingShowsNDInExactlyItsFields) {
+    const std::string cells = std::string(PV_SOURCE_DIR) + "/resources/sample-cells.tif";
+    for (int ticks = 0; ticks < 16; ++ticks) {
+        const CoefficientCheckboxes boxes{(ticks & 1) != 0, (ticks & 2) != 0, (ticks & 4) != 0,
+                                          (ticks & 8) != 0};
+        controller.setCheckboxes(boxes);
+        ASSERT_TRUE(controller.openImageFile(cells));
+        controller.calculateCoefficientsNow();
+        controller.colocalizationWarningSheetDidEnd(1);
+        // Rr, R, k1, k2, m1, m2: "N" for "ND", "v" for a value.
+        const ResultFields& f = controller.fields();
+        std::string shown, want;
+        for (const auto& [text, ticked] : {std::pair(f.coefficient_Rr, boxes.checkbox_Rr),
+                                           std::pair(f.coefficient_R, boxes.checkbox_R),
+                                           std::pair(f.coefficient_k1, boxes.checkbox_k1),
+                                           std::pair(f.coefficient_k2, boxes.checkbox_k1),
+                                           std::pair(f.coefficient_m1, boxes.checkbox_m1),
+                                           std::pair(f.coefficient_m2, boxes.checkbox_m1)}) {
+            shown += text == "ND" ? 'N' : text.empty() ? '-' : 'v';
+            want += ticked ? 'v' : 'N';
+        }
+        EXPECT_EQ(shown, want) << "check boxes " << ticks;
+    }
+    EXPECT_EQ(port.warnings, 16);
+}
+
 TEST_F(ControllerTest, ChangingThePairRelabelsAndRecountsButKeepsTheCensus) {
     // red 9, green 10, blue 20 and a pure blue and a pure red pixel
     load(picture(3, 1, {{9, 10, 20}, {0, 0, 40}, {30, 0, 0}}));

@@ -1,6 +1,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <random>
+#include <set>
+
 #include "image/ImageFile.h"
 #include "image/ImageTestFiles.h"
 
@@ -9,18 +13,15 @@ namespace {
 
 using testing::TempDir;
 
-// A refusal must name the file, give a reason, and leave nothing on the terminal.
+// A refusal must name the file and give a reason.
 void expectCleanRefusalOrPicture(const std::string& path, bool mustFail) {
-    ::testing::internal::CaptureStderr();
     auto picture = readImageFile(path);
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
     if (picture.ok()) {
         EXPECT_EQ(std::pair(mustFail, picture->isEmpty()), std::pair(false, false));
         return;
     }
-    const std::string& message = picture.error().message();
-    ASSERT_EQ(message.rfind(path + ": ", 0), 0u) << message;
-    EXPECT_GT(message.size(), path.size() + 10) << message;
+    EXPECT_EQ(picture.error().file, path);
+    EXPECT_GT(picture.error().reason.size(), 10u) << picture.error().reason;
 }
 
 // Every file a good picture, so that damage alone explains a refusal.
@@ -36,7 +37,23 @@ void writeSamples(const TempDir& dir) {
                         testing::makeBmp(2, 2, 24, {}, {}, std::vector<std::uint8_t>(16, 7)));
 }
 
-// Every cut is refused unless only the tolerated tail is missing; no flipped byte crashes.
+// Where to cut or damage a file: every byte of the first and last 64 (magic numbers and
+// headers in front; trailers and libtiff's directory behind), the middle, and a fixed-seed
+// scatter in between: the same places each run, rather than every byte of every file.
+std::set<std::size_t> placesToDamage(std::size_t size) {
+    std::set<std::size_t> places{size / 2};
+    for (std::size_t i = 0; i < std::min<std::size_t>(size, 64); ++i) {
+        places.insert({i, size - 1 - i});
+    }
+    std::mt19937 scatter(static_cast<std::uint32_t>(size));
+    for (int i = 0; i < 24; ++i) {
+        places.insert(scatter() % size);
+    }
+    return places;
+}
+
+// Every cut is refused unless only the tolerated tail is missing; no damaged byte crashes; and
+// nothing reaches the terminal.
 TEST(DamagedFiles, TruncatedOrCorruptFilesAreRefusedWithAReason) {
     TempDir dir;
     writeSamples(dir);
@@ -47,18 +64,19 @@ TEST(DamagedFiles, TruncatedOrCorruptFilesAreRefusedWithAReason) {
         // Trailing bytes a reader may never need: PNG's IEND chunk, JPEG's end marker.
         const std::size_t tolerance = name == "p.png" ? 12 : name == "j.jpg" ? 2 : 0;
         const std::string bad = dir.file("bad" + name.substr(name.rfind('.')));
-        for (std::size_t length = 0; length < whole.size(); ++length) {
-            testing::writeBytes(bad, {whole.begin(), whole.begin() + std::ptrdiff_t(length)});
-            expectCleanRefusalOrPicture(bad, length + tolerance < whole.size());
-        }
-        for (std::uint8_t value : {0x00, 0xff, 0x7f}) {
-            for (std::size_t at = 0; at < whole.size(); at += (whole.size() > 600 ? 3 : 1)) {
+        ::testing::internal::CaptureStderr();
+        for (const std::size_t at : placesToDamage(whole.size())) {
+            SCOPED_TRACE("byte " + std::to_string(at));
+            testing::writeBytes(bad, {whole.begin(), whole.begin() + std::ptrdiff_t(at)});
+            expectCleanRefusalOrPicture(bad, at + tolerance < whole.size());
+            for (const std::uint8_t value : {0x00, 0xff, 0x7f}) {
                 auto bytes = whole;
                 bytes[at] = bytes[at] == value ? std::uint8_t(~value) : value;
                 testing::writeBytes(bad, bytes);
                 expectCleanRefusalOrPicture(bad, false);
             }
         }
+        EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
     }
 }
 
@@ -101,9 +119,9 @@ TEST(DamagedFiles, FileSystemForeignHugeAndCutFilesHaveTheirOwnWords) {
         const std::string path = dir.file(name);
         auto picture = readImageFile(path);
         ASSERT_FALSE(picture.ok()) << path;
+        EXPECT_EQ(picture.error().file, path);
         // The size refusal may say more.
-        EXPECT_EQ(picture.error().message().substr(0, path.size() + 2 + reason.size()),
-                  path + ": " + reason);
+        EXPECT_EQ(picture.error().reason.substr(0, reason.size()), reason);
     };
     refused("missing.tif", "the file does not exist");
     refused("", "this is a folder, not a picture file");

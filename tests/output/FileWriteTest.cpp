@@ -7,11 +7,14 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "output/Export.h"
@@ -151,6 +154,43 @@ TEST(OutputPixelCoefficientData, WritesTheRevealedImageOnlyWhenThereIsOne) {
         }
         EXPECT_EQ(namesIn(folder.path), want);
     }
+}
+
+mode_t modeOf(const std::string& path) {
+    struct stat st {};
+    return ::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0;
+}
+
+// A replaced file keeps its mode whatever the umask; a new one is made through the umask.
+TEST(AtomicWrites, ReplacedFilesKeepTheirModeNewOnesFollowTheUmask) {
+    const Bitmap image = makeBitmap(3, false, 0);
+    const std::pair<const char*, std::function<Status(const std::string&)>> writers[] = {
+        {"report", [](const std::string& path) { return writeFileAtomically(path, "report"); }},
+        {"TIFF", [&image](const std::string& path) { return writeTiffAtomically(path, image); }}};
+    const struct {
+        std::optional<mode_t> existing;
+        mode_t umask;
+        mode_t want;
+    } table[] = {{0640, 022, 0640},      {0600, 022, 0600},         {0755, 077, 0755},
+                 {0604, 0, 0604},        {std::nullopt, 022, 0644}, {std::nullopt, 077, 0600},
+                 {std::nullopt, 0, 0666}};
+    const mode_t previous = ::umask(022);
+    for (const auto& [name, write] : writers) {
+        SCOPED_TRACE(name);
+        for (const auto& c : table) {
+            TempFolder folder;
+            const std::string path = folder / "out";
+            if (c.existing) {
+                ASSERT_TRUE(write(path));
+                ::chmod(path.c_str(), *c.existing);
+            }
+            ::umask(c.umask);
+            ASSERT_TRUE(write(path));
+            ::umask(022);
+            EXPECT_EQ(modeOf(path), c.want) << std::oct << c.umask << " " << c.existing.value_or(0);
+        }
+    }
+    ::umask(previous);
 }
 
 // One failure per file, each naming it; nothing is left behind.
