@@ -169,7 +169,7 @@ TEST_F(ControllerTest, EachCheckboxSettingShowsNDInExactlyItsFields) {
         controller.setCheckboxes(boxes);
         ASSERT_TRUE(controller.openImageFile(cells));
         controller.calculateCoefficientsNow();
-        controller.colocalizationWarningSheetDidEnd(1);
+        controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
         // Rr, R, k1, k2, m1, m2: "N" for "ND", "v" for a value.
         const ResultFields& f = controller.fields();
         std::string shown, want;
