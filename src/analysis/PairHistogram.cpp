@@ -181,7 +181,9 @@ PixelCensus censusOf(const PairHistogram& histogram) {
     }
     std::uint64_t totals[3][3][3] = {};
     std::uint64_t all = 0;
-    for (int t = 0; t < PairHistogram::kThirdStates; ++t) {
+    // State 2 of the third channel needs a level above 0.
+    const int thirdStates = levels.of(pair.third) > 0 ? PairHistogram::kThirdStates : 2;
+    for (int t = 0; t < thirdStates; ++t) {
         for (int y = 0; y < 256; ++y) {
             std::uint64_t byXState[3] = {};
             const std::uint64_t* row = &histogram.counts[PairHistogram::binOf(t, y, 0)];
@@ -230,6 +232,9 @@ PairSums pairSumsOf(const PairHistogram& histogram) {
             const std::size_t bin = std::size_t(y * 256 + x);
             const std::int64_t k =
                 std::int64_t(c[bin] + c[bin + kPairBins] + c[bin + 2 * kPairBins]);
+            if (k == 0) {
+                continue;  // most pairs never occur
+            }
             if (x == 0) {
                 atX0 = k;
             }
