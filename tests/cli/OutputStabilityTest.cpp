@@ -7,7 +7,6 @@
 // and paste the printed table over kRecorded below, then run clang-format.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <tiffio.h>
 #include <unistd.h>
 
@@ -17,7 +16,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <map>
@@ -26,6 +24,9 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "TestTiff.h"
+#include "cli/CliRun.h"
 
 namespace fs = std::filesystem;
 
@@ -169,36 +170,17 @@ void writeInput(const std::string& path, const Input& in, std::uint64_t seed) {
     std::mt19937_64 rng{seed};
     const bool palette = in.photometric == PHOTOMETRIC_PALETTE;
     const int colours = in.photometric == PHOTOMETRIC_RGB ? 3 : 1;
-    TIFF* t = TIFFOpen(path.c_str(), "w");
-    ASSERT_NE(t, nullptr) << path;
-    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, in.w);
-    TIFFSetField(t, TIFFTAG_IMAGELENGTH, in.h);
-    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, in.spp);
-    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, in.bits);
-    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, in.photometric);
-    TIFFSetField(t, TIFFTAG_PLANARCONFIG, in.planar ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG);
-    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 4);  // several strips, the last one short
-    if (in.spp > colours) {
-        const std::uint16_t alpha = EXTRASAMPLE_UNASSALPHA;
-        TIFFSetField(t, TIFFTAG_EXTRASAMPLES, 1, &alpha);
-    }
-    if (in.dpi > 0) {
-        TIFFSetField(t, TIFFTAG_XRESOLUTION, in.dpi);
-        TIFFSetField(t, TIFFTAG_YRESOLUTION, in.dpi);
-        TIFFSetField(t, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
-    }
-    if (palette) {
-        std::vector<std::uint16_t> map(3 * 256);
-        for (std::size_t i = 0; i < 256; ++i) {
-            const auto p = pixel(rng);
-            for (std::size_t k = 0; k < 3; ++k) {
-                map[k * 256 + i] = std::uint16_t(p[k] * 257);
-            }
+    pv::testing::TiffLayout file{in.w, in.h, in.spp, in.bits, in.photometric, in.planar};
+    std::vector<std::uint16_t> map(palette ? 3 * 256 : 0);
+    for (std::size_t i = 0; i < map.size() / 3; ++i) {
+        const auto p = pixel(rng);
+        for (std::size_t k = 0; k < 3; ++k) {
+            map[k * 256 + i] = std::uint16_t(p[k] * 257);
         }
-        TIFFSetField(t, TIFFTAG_COLORMAP, map.data(), map.data() + 256, map.data() + 512);
     }
-    // All samples meshed first; planar files are cut into planes when written.
-    std::vector<std::uint16_t> samples;
+    file.xres = file.yres = in.dpi;
+    file.palette = map;
+    std::vector<std::uint32_t> samples;
     for (int i = 0; i < in.w * in.h; ++i) {
         const auto p = pixel(rng);
         for (std::size_t k = 0; k < std::size_t(colours); ++k) {
@@ -210,21 +192,7 @@ void writeInput(const std::string& path, const Input& in, std::uint64_t seed) {
             samples.push_back(std::uint16_t(rng() % 256));
         }
     }
-    const int planes = in.planar ? in.spp : 1, perPixel = in.spp / planes;
-    for (int plane = 0; plane < planes; ++plane) {
-        for (int y = 0; y < in.h; ++y) {
-            std::vector<std::uint16_t> row16;
-            for (int x = 0; x < in.w; ++x) {
-                for (int k = plane; k < plane + perPixel; ++k) {
-                    row16.push_back(samples[std::size_t((y * in.w + x) * in.spp + k)]);
-                }
-            }
-            std::vector<std::uint8_t> row8(row16.begin(), row16.end());
-            void* row = in.bits == 16 ? static_cast<void*>(row16.data()) : row8.data();
-            ASSERT_EQ(TIFFWriteScanline(t, row, std::uint32_t(y), std::uint16_t(plane)), 1);
-        }
-    }
-    TIFFClose(t);
+    pv::testing::writeTiff(path, file, samples);
 }
 
 const char* const kPairs[] = {"red-green",  "red-blue", "green-red",
@@ -278,11 +246,6 @@ std::string fnv1a(const std::string& bytes) {
     return text;
 }
 
-std::string slurp(const fs::path& p) {
-    std::ifstream in(p, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 class OutputStabilityTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -297,25 +260,18 @@ class OutputStabilityTest : public ::testing::Test {
     // where the temporary folder is; what it writes there is checked and removed.
     void run(const std::string& name, const std::vector<std::string>& args,
              const std::vector<std::string>& expectedFiles) {
-        auto quote = [](const std::string& s) { return "'" + s + "'"; };  // no quotes inside
         const char* override = std::getenv("PV_CLI_OVERRIDE");  // to record from another build
-        std::string cmd = "cd " + quote((dir / "run").string()) + " && " +
-                          quote(override ? override : PV_CLI_PATH);
-        for (const std::string& a : args) {
-            cmd += " " + quote(a);
-        }
-        cmd += " >" + quote((dir / "stdout").string()) + " 2>" + quote((dir / "stderr").string());
-        const int raw = std::system(cmd.c_str());
-        const int status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-        std::vector<std::string> labels = {"stdout"}, contents = {slurp(dir / "stdout")};
+        const pv::test::CliRun r =
+            pv::test::runCli(override ? override : PV_CLI_PATH, args, dir, dir / "run");
+        std::vector<std::string> labels = {"stdout"}, contents = {r.out};
         for (const fs::path& p : std::set<fs::path>{fs::directory_iterator(dir / "run"), {}}) {
             labels.push_back(p.filename().string());
-            contents.push_back(slurp(p));
+            contents.push_back(pv::test::slurp(p));
             fs::remove(p);
         }
         EXPECT_EQ(std::vector<std::string>(labels.begin() + 1, labels.end()), expectedFiles)
             << name;
-        std::vector<std::string> got = {std::to_string(status)};
+        std::vector<std::string> got = {std::to_string(r.status)};
         std::string line = got[0];
         for (const std::string& c : contents) {
             got.push_back(fnv1a(c));
@@ -328,7 +284,7 @@ class OutputStabilityTest : public ::testing::Test {
         ASSERT_TRUE(recorded.contains(name)) << name << ": no recorded hashes";
         std::istringstream words(recorded.at(name));
         const std::vector<std::string> want{std::istream_iterator<std::string>(words), {}};
-        EXPECT_EQ(got[0], want[0]) << name << ": exit status; stderr:\n" << slurp(dir / "stderr");
+        EXPECT_EQ(got[0], want[0]) << name << ": exit status; stderr:\n" << r.err;
         EXPECT_EQ(got.size(), want.size()) << name << ": outputs, standard output included";
         for (std::size_t i = 1; i < std::min(want.size(), got.size()); ++i) {
             const std::string& label = labels[i - 1];
