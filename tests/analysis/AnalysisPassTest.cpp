@@ -227,21 +227,6 @@ TEST(AnalysisPass, EmptyPictureAndCancelGiveEmptyResults) {
     }
 }
 
-TEST(RegionSelection, AsksEachPairOnceAndSelectsEveryThirdState) {
-    std::vector<int> asked(65536);
-    const RegionSelection s = RegionSelection::fromPairTest([&](Point p) {
-        asked[std::size_t(p.y) * 256 + std::size_t(p.x)] += 1;
-        return p.x > p.y;
-    });
-    for (int y = 0; y < 256; ++y) {
-        for (int x = 0; x < 256; ++x) {
-            ASSERT_EQ(asked[std::size_t(y * 256 + x)], 1);
-            ASSERT_TRUE(s.isSelected(0, y, x) == (x > y) && s.isSelected(1, y, x) == (x > y) &&
-                        s.isSelected(2, y, x) == (x > y));
-        }
-    }
-}
-
 // A reveal changes exactly the three colour bytes of each selected pixel, whatever the split
 // among threads, in place and in a fresh copy alike.
 TEST(Reveal, PaintsExactlyTheSelectedPixels) {
