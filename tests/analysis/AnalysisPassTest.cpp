@@ -143,23 +143,26 @@ Expected bruteForce(TestImage& img, int combo, const int levels[3], const PixelT
     return e;
 }
 
+// The census, then the sums in the order the brute force keeps them.
+std::vector<std::int64_t> results(const PixelCensus& c, std::initializer_list<std::int64_t> sums) {
+    std::vector<std::int64_t> v = {c.redPixelCount,    c.greenPixelCount,   c.bluePixelCount,
+                                   c.yellowPixelCount, c.magentaPixelCount, c.cyanPixelCount,
+                                   c.totalPixelCount};
+    v.insert(v.end(), sums);
+    return v;
+}
+
 std::vector<std::int64_t> wholeResults(const AnalysisState& a) {
-    const PixelCensus& c = a.census;
     const PairSums& s = a.sums;
-    return {c.redPixelCount,         c.greenPixelCount,     c.bluePixelCount,
-            c.yellowPixelCount,      c.magentaPixelCount,   c.cyanPixelCount,
-            c.totalPixelCount,       s.sumPixelsXYAxis,     s.sumPixelsXAxis,
-            s.sumPixelsXSquaredAxis, s.sumPixelsYAxis,      s.sumPixelsYSquaredAxis,
-            s.sumPixelCount,         s.sumColocPixelsXAxis, s.sumColocPixelsYAxis};
+    return results(a.census, {s.sumPixelsXYAxis, s.sumPixelsXAxis, s.sumPixelsXSquaredAxis,
+                              s.sumPixelsYAxis, s.sumPixelsYSquaredAxis, s.sumPixelCount,
+                              s.sumColocPixelsXAxis, s.sumColocPixelsYAxis});
 }
 
 std::vector<std::int64_t> regionResults(const RegionCount& r) {
-    const PixelCensus& c = r.census;
     const RegionSums& s = r.sums;
-    return {c.redPixelCount,          c.greenPixelCount,       c.bluePixelCount,
-            c.yellowPixelCount,       c.magentaPixelCount,     c.cyanPixelCount,
-            c.totalPixelCount,        s.sumROIPixelsYAxis,     s.sumROIPixelsXAxis,
-            s.sumROIColocPixelsYAxis, s.sumROIColocPixelsXAxis};
+    return results(r.census, {s.sumROIPixelsYAxis, s.sumROIPixelsXAxis, s.sumROIColocPixelsYAxis,
+                              s.sumROIColocPixelsXAxis});
 }
 
 bool sameDouble(double a, double b) {

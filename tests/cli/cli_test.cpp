@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -11,9 +10,8 @@
 #include <vector>
 
 #include "ReferenceReport.h"
+#include "TestTiff.h"
 #include "cli/CliRun.h"
-#include "image/Bitmap.h"
-#include "output/Export.h"
 
 namespace fs = std::filesystem;
 
@@ -44,20 +42,16 @@ class CliTest : public ::testing::Test {
 
     CliRun run(const Args& args) { return pv::test::runCli(PV_CLI_PATH, args, dir); }
 
-    // Writes an RGB TIFF from pixels listed top row first.
+    // An RGB TIFF from samples listed pixel by pixel, top row first.
     std::string tiff(const std::string& name, int w, int h,
-                     const std::vector<std::array<std::uint8_t, 3>>& pixels) {
-        auto b = pv::Bitmap::create(w, h, 3, false, false);
-        for (std::size_t i = 0; i < pixels.size(); ++i) {
-            std::copy(pixels[i].begin(), pixels[i].end(), b->bitmapData() + 3 * i);
-        }
+                     const std::vector<std::uint32_t>& samples) {
         const std::string path = (dir / name).string();
-        EXPECT_TRUE(pv::writeTiffAtomically(path, *b).ok());
+        pv::testing::writeTiff(path, {w, h}, samples);
         return path;
     }
 
     std::string example() {
-        return tiff("example.tif", 2, 2, {{100, 0, 0}, {0, 50, 0}, {100, 50, 0}, {0, 0, 0}});
+        return tiff("example.tif", 2, 2, {100, 0, 0, 0, 50, 0, 100, 50, 0, 0, 0, 0});
     }
 
     std::vector<std::string> filesInDir() const {
@@ -129,7 +123,7 @@ TEST_F(CliTest, UsageErrorsExitWithTwoAndAHintAndWriteNothing) {
 
 TEST_F(CliTest, BatchGoesOnPastABadFileAndKeepsInputOrder) {
     const std::string good1 = example();
-    const std::string good2 = tiff("second.tif", 1, 2, {{0, 0, 0}, {7, 0, 0}});
+    const std::string good2 = tiff("second.tif", 1, 2, {0, 0, 0, 7, 0, 0});
     const std::string corrupt = (dir / "corrupt.tif").string();
     std::ofstream(corrupt) << "II*\0garbage that is not a TIFF directory";
     const std::string missing = (dir / "missing.png").string();
@@ -161,7 +155,7 @@ TEST_F(CliTest, FailedWriteIsReportedAndLeavesNothing) {
 TEST_F(CliTest, EachRegionToolSelectsThePixelsInsideItsOutline) {
     // Red-green pairs (X green, Y red): A (20, 20), B (0, 200), C (200, 0), D (150, 150), E (0, 0).
     const std::string image =
-        tiff("five.tif", 5, 1, {{20, 20, 0}, {200, 0, 0}, {0, 200, 0}, {150, 150, 0}, {0, 0, 0}});
+        tiff("five.tif", 5, 1, {20, 20, 0, 200, 0, 0, 0, 200, 0, 150, 150, 0, 0, 0, 0});
     const std::pair<Args, std::vector<std::string>> cases[] = {
         // A on its bottom-left corner is in, D on its top edge out.
         {{"--roi", "rect:20,20,200,130"},
@@ -183,8 +177,7 @@ TEST_F(CliTest, EachRegionToolSelectsThePixelsInsideItsOutline) {
         args.insert(args.end(), {image, image});
         const CliRun r = run(args);
         ASSERT_EQ(r.status, 0) << r.err;
-        // The region columns of the first row: Y count, %, X count, %, XY count, %, total, %, M1,
-        // M2.
+        // The first row's region columns: Y count, %, X count, %, XY count, %, total, %, M1, M2.
         const auto row = split(split(r.out, '\n').at(1), '\t');
         EXPECT_EQ(std::vector(row.end() - 10, row.end()), cells) << testing::PrintToString(args);
     }
