@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 #include <tiffio.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -25,7 +24,7 @@
 #include <string>
 #include <vector>
 
-#include "TestTiff.h"
+#include "TestFiles.h"
 #include "cli/CliRun.h"
 
 namespace fs = std::filesystem;
@@ -249,12 +248,9 @@ std::string fnv1a(const std::string& bytes) {
 class OutputStabilityTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        dir = fs::temp_directory_path() / ("pv-output-" + std::to_string(::getpid()));
-        fs::remove_all(dir);
         fs::create_directories(dir / "in");
         fs::create_directories(dir / "run");
     }
-    void TearDown() override { fs::remove_all(dir); }
 
     // Runs in dir/run with relative paths, so the batch table's file names do not depend on
     // where the temporary folder is; what it writes there is checked and removed.
@@ -294,7 +290,8 @@ class OutputStabilityTest : public ::testing::Test {
         }
     }
 
-    fs::path dir;
+    pv::testing::TempDir temp;
+    const fs::path dir = temp.root;
     const bool printing = std::getenv("PV_PRINT_OUTPUT_HASHES") != nullptr;
     std::ostringstream table;
     const std::map<std::string, std::string> recorded{std::begin(kRecorded), std::end(kRecorded)};

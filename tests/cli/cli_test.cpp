@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -10,7 +9,7 @@
 #include <vector>
 
 #include "ReferenceReport.h"
-#include "TestTiff.h"
+#include "TestFiles.h"
 #include "cli/CliRun.h"
 
 namespace fs = std::filesystem;
@@ -31,14 +30,8 @@ std::vector<std::string> split(const std::string& text, char separator) {
 
 class CliTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        dir = fs::temp_directory_path() /
-              ("pv-cli-" + std::to_string(::getpid()) + "-" +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-    }
-    void TearDown() override { fs::remove_all(dir); }
+    pv::testing::TempDir temp;
+    const fs::path dir = temp.root;
 
     CliRun run(const Args& args) { return pv::test::runCli(PV_CLI_PATH, args, dir); }
 
@@ -62,8 +55,6 @@ class CliTest : public ::testing::Test {
         std::sort(names.begin(), names.end());
         return names;
     }
-
-    fs::path dir;
 };
 
 TEST_F(CliTest, WorkedExampleGoesToStandardOutputOrTheReportFiles) {

@@ -4,14 +4,12 @@
 
 #include <jpeglib.h>
 #include <png.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -19,20 +17,10 @@
 
 #include <gtest/gtest.h>
 
-#include "TestTiff.h"
+#include "TestFiles.h"
 #include "image/Bitmap.h"
 
 namespace pv::testing {
-
-struct TempDir {
-    std::string root = (std::filesystem::temp_directory_path() / "pv-image-XXXXXX").string();
-    TempDir() { EXPECT_NE(mkdtemp(root.data()), nullptr); }
-    ~TempDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(root, ec);
-    }
-    std::string file(const std::string& name) const { return root + "/" + name; }
-};
 
 inline std::vector<std::uint8_t> readBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

@@ -1,11 +1,13 @@
 #pragma once
 
-// Writes TIFF files with libtiff itself, so that readers meet genuine files.
+// Temporary folders, and TIFF files written by libtiff itself so that readers meet genuine ones.
 
 #include <tiffio.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <span>
 #include <string>
 #include <vector>
@@ -13,6 +15,16 @@
 #include <gtest/gtest.h>
 
 namespace pv::testing {
+
+struct TempDir {
+    std::string root = (std::filesystem::temp_directory_path() / "pv-test-XXXXXX").string();
+    TempDir() { EXPECT_NE(mkdtemp(root.data()), nullptr); }
+    ~TempDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(root, ec);
+    }
+    std::string file(const std::string& name) const { return root + "/" + name; }
+};
 
 // Packs samples first-pixel-high into bytes, or into 16-bit words in host order.
 inline std::vector<std::uint8_t> packRow(const std::vector<std::uint32_t>& v, int bits) {
