@@ -14,7 +14,6 @@ namespace pv {
 // bytes, top row first) from it. False when memory is short or cancel stopped it: the census,
 // sums, histogram and scatter gram are then empty.
 bool runAnalysisPass(const ChannelView& view, AnalysisState& state, std::uint8_t* scatterGramData,
-                     PairHistogram& histogram, unsigned threads = 0,
-                     const CancelHook& cancel = {});
+                     PairHistogram& histogram, unsigned threads = 0, const CancelHook& cancel = {});
 
 }  // namespace pv

@@ -20,10 +20,10 @@ double pearsons_Rr(const PairSums& s) {
     const double n = double(s.sumPixelCount);
     const double a =
         double(s.sumPixelsXYAxis) - productAsDouble(s.sumPixelsXAxis, s.sumPixelsYAxis) / n;
-    const double b = double(s.sumPixelsXSquaredAxis) -
-                     productAsDouble(s.sumPixelsXAxis, s.sumPixelsXAxis) / n;
-    const double c = double(s.sumPixelsYSquaredAxis) -
-                     productAsDouble(s.sumPixelsYAxis, s.sumPixelsYAxis) / n;
+    const double b =
+        double(s.sumPixelsXSquaredAxis) - productAsDouble(s.sumPixelsXAxis, s.sumPixelsXAxis) / n;
+    const double c =
+        double(s.sumPixelsYSquaredAxis) - productAsDouble(s.sumPixelsYAxis, s.sumPixelsYAxis) / n;
     return a / std::sqrt(b * c);
 }
 

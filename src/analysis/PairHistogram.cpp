@@ -101,8 +101,7 @@ std::array<std::uint32_t, 256> thirdStateBinOffsets(RGBCombo combo, const Minimu
     return offsets;
 }
 
-CensusClass censusClassOfBin(RGBCombo combo, const MinimumLevels& levels, int third, int y,
-                             int x) {
+CensusClass censusClassOfBin(RGBCombo combo, const MinimumLevels& levels, int third, int y, int x) {
     const ChannelPair pair = channelPairFor(combo);
     int rgb[3] = {};
     rgb[pair.y] = y;
@@ -123,11 +122,14 @@ bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& le
         }
         const ChannelPair pair = channelPairFor(combo);
         const std::array<std::uint32_t, 256> thirdLut = thirdStateBinOffsets(combo, levels);
-        Kernel kernel{view.channel[std::size_t(pair.y)], view.channel[std::size_t(pair.x)],
-                      view.channel[std::size_t(pair.third)], view.rowStride, view.width,
+        Kernel kernel{view.channel[std::size_t(pair.y)],
+                      view.channel[std::size_t(pair.x)],
+                      view.channel[std::size_t(pair.third)],
+                      view.rowStride,
+                      view.width,
                       thirdLut.data()};
-        // State 2 needs a level above 0; without it the workers' histograms are a third smaller.
-        const std::size_t binsUsed = (levels.of(pair.third) > 0 ? 3 : 2) * kPairBins;
+        // Without state 2 the workers' histograms are a third smaller.
+        const std::size_t binsUsed = std::size_t(histogram.occurringThirdStates()) * kPairBins;
 
         const unsigned workers = workersFor(view.height, view.width, threads);
         std::vector<Counts32> counts(workers);
@@ -181,9 +183,7 @@ PixelCensus censusOf(const PairHistogram& histogram) {
     }
     std::uint64_t totals[3][3][3] = {};
     std::uint64_t all = 0;
-    // State 2 of the third channel needs a level above 0.
-    const int thirdStates = levels.of(pair.third) > 0 ? PairHistogram::kThirdStates : 2;
-    for (int t = 0; t < thirdStates; ++t) {
+    for (int t = 0; t < histogram.occurringThirdStates(); ++t) {
         for (int y = 0; y < 256; ++y) {
             std::uint64_t byXState[3] = {};
             const std::uint64_t* row = &histogram.counts[PairHistogram::binOf(t, y, 0)];
@@ -205,9 +205,8 @@ PixelCensus censusOf(const PairHistogram& histogram) {
                     continue;
                 }
                 // Any sample of a state stands for all of it.
-                const CensusClass cls = censusClassOfBin(combo, levels, t,
-                                                         sampleOfState(sy, yLevel),
-                                                         sampleOfState(sx, xLevel));
+                const CensusClass cls = censusClassOfBin(
+                    combo, levels, t, sampleOfState(sy, yLevel), sampleOfState(sx, xLevel));
                 if (std::int32_t* field = census.countOf(cls)) {
                     *field += std::int32_t(totals[t][sy][sx]);
                 }
@@ -223,6 +222,7 @@ PairSums pairSumsOf(const PairHistogram& histogram) {
         return sums;
     }
     const std::uint64_t* c = histogram.counts.data();
+    const bool state2 = histogram.occurringThirdStates() > 2;
     for (std::int64_t y = 0; y < 256; ++y) {
         std::int64_t n = 0;
         std::int64_t sx = 0;
@@ -231,7 +231,7 @@ PairSums pairSumsOf(const PairHistogram& histogram) {
         for (std::int64_t x = 0; x < 256; ++x) {
             const std::size_t bin = std::size_t(y * 256 + x);
             const std::int64_t k =
-                std::int64_t(c[bin] + c[bin + kPairBins] + c[bin + 2 * kPairBins]);
+                std::int64_t(c[bin] + c[bin + kPairBins] + (state2 ? c[bin + 2 * kPairBins] : 0));
             if (k == 0) {
                 continue;  // most pairs never occur
             }

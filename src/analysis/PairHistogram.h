@@ -28,6 +28,11 @@ struct PairHistogram {
         return (std::size_t(third) * 256 + std::size_t(y)) * 256 + std::size_t(x);
     }
     std::uint64_t count(int third, int y, int x) const { return counts[binOf(third, y, x)]; }
+    // State 2 needs the third channel's level above 0; without it its bins stay empty and
+    // readers can skip them.
+    int occurringThirdStates() const {
+        return levels.of(channelPairFor(rgbCombo).third) > 0 ? kThirdStates : 2;
+    }
 };
 
 // Census state of a sample against its minimum level: 0 it is 0, 1 above the level, 2 neither.
@@ -38,8 +43,7 @@ int censusLevelState(int sample, int level);
 std::array<std::uint32_t, 256> thirdStateBinOffsets(RGBCombo combo, const MinimumLevels& levels);
 
 // The class shared by every pixel of one bin.
-CensusClass censusClassOfBin(RGBCombo combo, const MinimumLevels& levels, int third, int y,
-                             int x);
+CensusClass censusClassOfBin(RGBCombo combo, const MinimumLevels& levels, int third, int y, int x);
 
 // Counts every pixel of the view into the histogram (which is replaced). Rows are split among
 // `threads` workers (0: one per core); the counts do not depend on the split. False when

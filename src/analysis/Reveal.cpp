@@ -22,8 +22,8 @@ struct Painter {
 };
 
 template <std::ptrdiff_t kStep>
-void paintRows(const Painter& p, std::ptrdiff_t step, std::ptrdiff_t targetStep,
-               std::int64_t begin, std::int64_t end) {
+void paintRows(const Painter& p, std::ptrdiff_t step, std::ptrdiff_t targetStep, std::int64_t begin,
+               std::int64_t end) {
     const std::ptrdiff_t s = kStep > 0 ? kStep : step;
     for (std::int64_t r = begin; r < end; ++r) {
         const std::uint8_t* y = p.y + r * p.sourceRowStride;

@@ -17,8 +17,7 @@ namespace pv {
 // cancel stopped it (part painted).
 bool revealPixels(const ChannelView& source, const WritableChannelView& target, RGBCombo combo,
                   const MinimumLevels& levels, const RegionSelection& selection,
-                  const RevealColour& colour, unsigned threads = 0,
-                  const CancelHook& cancel = {});
+                  const RevealColour& colour, unsigned threads = 0, const CancelHook& cancel = {});
 
 // The same painting into a new copy of source (same layout, padding included) made in the
 // same pass: the revealed picture. Nothing when memory is short or cancel stopped it.
