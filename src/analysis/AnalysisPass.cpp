@@ -1,5 +1,7 @@
 #include "analysis/AnalysisPass.h"
 
+#include <cstring>
+
 #include "analysis/ScatterGram.h"
 
 namespace pv {
@@ -8,8 +10,14 @@ bool runAnalysisPass(const ChannelView& view, AnalysisState& state, std::uint8_t
                      PairHistogram& histogram, unsigned threads, const CancelHook& cancel) {
     const bool counted = countPairs(view, state.rgbCombo, state.levels, histogram, threads, cancel);
     state.census = censusOf(histogram);
-    state.sums = pairSumsOf(histogram);
-    plotScatterGram(histogram, scatterGramData);
+    // The sums and the scatter gram in one trip through the histogram.
+    state.sums = {};
+    std::memset(scatterGramData, 0, kScatterGramBytes);
+    const ChannelPair pair = channelPairFor(state.rgbCombo);
+    forEachOccurringPair(histogram, [&](int y, int x, std::uint64_t count) {
+        addToPairSums(state.sums, y, x, count);
+        plotPair(scatterGramData, pair, y, x);
+    });
     return counted;
 }
 

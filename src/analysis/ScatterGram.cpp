@@ -10,27 +10,6 @@ std::optional<Bitmap> makeEmptyScatterGram() {
                           kScatterGramBytesPerRow, true);
 }
 
-void plotScatterGram(const PairHistogram& histogram, std::uint8_t* scatterGramData) {
-    std::memset(scatterGramData, 0, kScatterGramBytes);
-    if (histogram.counts.size() != std::size_t(PairHistogram::kBins)) {
-        return;
-    }
-    const ChannelPair pair = channelPairFor(histogram.rgbCombo);
-    const std::uint64_t* counts = histogram.counts.data();
-    constexpr std::size_t kStateBins = 256 * 256;
-    const bool state2 = histogram.occurringThirdStates() > 2;
-    for (int y = 0; y < 256; ++y) {
-        std::uint8_t* row = scatterGramData + (255 - y) * kScatterGramBytesPerRow;
-        const std::uint64_t* c = counts + PairHistogram::binOf(0, y, 0);
-        for (int x = 0; x < 256; ++x) {
-            if ((c[x] | c[x + kStateBins] | (state2 ? c[x + 2 * kStateBins] : 0)) != 0) {
-                row[x * 3 + pair.y] = std::uint8_t(y);
-                row[x * 3 + pair.x] = std::uint8_t(x);
-            }
-        }
-    }
-}
-
 std::array<std::string_view, 4> colorBarNames(RGBCombo combo) {
     static constexpr std::array<std::array<std::string_view, 4>, 6> kBars = {{
         {"brv-grad", "bgh-grad", "gyv-grad", "ryh-grad"},

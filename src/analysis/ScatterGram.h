@@ -17,10 +17,13 @@ inline constexpr int kScatterGramBytes = 196608;
 // A new black 256 x 256 meshed 8-bit RGB bitmap, 768 bytes per row; nothing when memory is short.
 std::optional<Bitmap> makeEmptyScatterGram();
 
-// Clears the scatter gram to black and plots every (Y, X) pair that occurs: at
-// (255 - Y) * 768 + X * 3 the Y channel's sample becomes Y and the X channel's becomes X.
-// An empty histogram leaves it black.
-void plotScatterGram(const PairHistogram& histogram, std::uint8_t* scatterGramData);
+// Plots one pair: at (255 - Y) * 768 + X * 3 the Y channel's sample becomes Y and the X
+// channel's becomes X; the third sample is left as it is.
+inline void plotPair(std::uint8_t* scatterGramData, const ChannelPair& pair, int y, int x) {
+    std::uint8_t* pixel = scatterGramData + (255 - y) * kScatterGramBytesPerRow + x * 3;
+    pixel[pair.y] = std::uint8_t(y);
+    pixel[pair.x] = std::uint8_t(x);
+}
 
 // Gradient names for the bars y1, x1, y2, x2 of a pair.
 std::array<std::string_view, 4> colorBarNames(RGBCombo combo);
