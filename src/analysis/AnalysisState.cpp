@@ -2,26 +2,24 @@
 
 namespace pv {
 
+namespace {
+
+// Items 2 and 5 of the channel popup are separators.
+constexpr int kPopupIndexes[kRGBComboCount] = {0, 1, 3, 4, 6, 7};
+
+}  // namespace
+
 RGBCombo rgbComboForPopupIndex(int index) {
-    switch (index) {
-        case 1:
-            return RGBCombo::RedBlue;
-        case 3:
-            return RGBCombo::GreenRed;
-        case 4:
-            return RGBCombo::GreenBlue;
-        case 6:
-            return RGBCombo::BlueRed;
-        case 7:
-            return RGBCombo::BlueGreen;
-        default:
-            return RGBCombo::RedGreen;
+    for (int c = 0; c < kRGBComboCount; ++c) {
+        if (kPopupIndexes[c] == index) {
+            return RGBCombo(c);
+        }
     }
+    return RGBCombo::RedGreen;
 }
 
 int popupIndexForRGBCombo(RGBCombo combo) {
-    constexpr int kIndexes[kRGBComboCount] = {0, 1, 3, 4, 6, 7};
-    return kIndexes[int(combo)];
+    return kPopupIndexes[int(combo)];
 }
 
 CensusClass censusClassOf(const MinimumLevels& levels, int red, int green, int blue) {

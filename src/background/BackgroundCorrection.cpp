@@ -62,16 +62,7 @@ void getThresholdEntryValue(BackgroundControls& controls, BackgroundSettings& se
 }
 
 BackgroundChannel backgroundChannelForItem(int item) {
-    switch (item) {
-        case 0:
-            return BackgroundChannel::Red;
-        case 1:
-            return BackgroundChannel::Green;
-        case 2:
-            return BackgroundChannel::Blue;
-        default:
-            return BackgroundChannel::All;
-    }
+    return item >= 0 && item <= 2 ? BackgroundChannel(item) : BackgroundChannel::All;
 }
 
 void getRGBChannel(const BackgroundControls& controls, BackgroundSettings& settings) {
