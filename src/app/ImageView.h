@@ -1,0 +1,62 @@
+#pragma once
+
+#include <QImage>
+#include <QWidget>
+#include <optional>
+#include <string>
+
+#include "image/Picture.h"
+
+namespace pv::app {
+
+// The main image view (`roiPreview`, the image cropping view): shows the controller's picture
+// at fit zoom or any zoom the user picks, panned by dragging or scrolling, from one cached,
+// display-sized rendering (a repaint never converts the full-size bitmap). Accepts a dropped
+// image file or picture and hands it on; it keeps no picture of its own beyond what it shows.
+class ImageView : public QWidget {
+    Q_OBJECT
+
+  public:
+    explicit ImageView(QWidget* parent = nullptr);
+
+    void setPicture(const Picture& picture);
+    const Picture& picture() const { return picture_; }
+
+    // Fit: the whole picture in the view, never enlarged beyond 100 %.
+    bool fitsToView() const { return fit_; }
+    double zoom() const;  // display pixels per picture pixel
+    void zoomToFit();
+    void zoomToActualSize();
+    void zoomIn();
+    void zoomOut();
+
+    QSize sizeHint() const override;
+
+  signals:
+    // A file was dropped (its path), or a picture without a file (path empty).
+    void fileDropped(const QString& path);
+    void pictureDropped(const QImage& image);
+    // The pointer is over picture pixel (x, y) from the top left, whose colour is rgb; or has
+    // left the picture (x = -1).
+    void hovered(int x, int y, QRgb rgb);
+
+  protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void leaveEvent(QEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+
+  private:
+    Picture picture_;
+    QImage image_;  // wraps the picture's pixels
+    bool fit_ = true;
+    double zoom_ = 1.0;
+    QPointF pan_;  // picture point shown at the view's centre
+};
+
+}  // namespace pv::app
