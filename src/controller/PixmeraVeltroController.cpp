@@ -87,6 +87,28 @@ AxisLabelColors PixmeraVeltroController::axisLabelColors() const {
     return {pair.y, pair.x};
 }
 
+bool PixmeraVeltroController::validateMenuItem(MenuAction action) const {
+    if (action == MenuAction::Other) {
+        return true;
+    }
+    if (!image_.initialImageHasBeenSelected()) {
+        return false;
+    }
+    return action != MenuAction::RestoreOriginal || image_.imageFileInfo.backgroundCorrected != 0;
+}
+
+std::uint64_t PixmeraVeltroController::pixelsWithPair(int x, int y) const {
+    if (x < 0 || x > 255 || y < 0 || y > 255 ||
+        histogram_.counts.size() != std::size_t(PairHistogram::kBins)) {
+        return 0;
+    }
+    std::uint64_t n = 0;
+    for (int t = 0; t < PairHistogram::kThirdStates; ++t) {
+        n += histogram_.count(t, y, x);
+    }
+    return n;
+}
+
 // ---------------------------------------------------------------------------------------------
 // Working image
 

@@ -34,6 +34,17 @@ struct AxisLabelColors {
     int xAxisColorText = 1;
 };
 
+// Menu items whose enabled state depends on the working image; every other item is enabled.
+enum class MenuAction {
+    Histogram,
+    ImageInfo,
+    BackgroundCorrection,
+    RestoreOriginal,
+    PageLayout,
+    Print,
+    Other
+};
+
 // The base of the main controller: the document types the open panel accepts.
 class PixmeraController {
   public:
@@ -125,6 +136,13 @@ class PixmeraVeltroController : public PixmeraController {
     SelectionTool selectionTool() const { return selectionTool_; }
     bool initialImageHasBeenSelected() const { return image_.initialImageHasBeenSelected(); }
     const Picture& currentDisplayedImage() const { return image_.currentDisplayedImage(); }
+
+    // Whether a menu item is enabled: nothing that needs a picture before the first one, and
+    // Restore Original only while the picture is background-corrected.
+    bool validateMenuItem(MenuAction action) const;
+    // How many pixels of the picture have the scatter-gram pair (X, Y), whatever the third
+    // channel; 0 outside the scatter gram or before a pass.
+    std::uint64_t pixelsWithPair(int x, int y) const;
 
     // Worker threads of the long operations (0: one per core).
     void setAnalysisThreads(unsigned threads) { analysisThreads_ = threads; }

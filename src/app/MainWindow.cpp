@@ -1,0 +1,508 @@
+#include "app/MainWindow.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QClipboard>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QDesktopServices>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QGridLayout>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPushButton>
+#include <QSettings>
+#include <QUrl>
+
+#include "analysis/ScatterGram.h"
+#include "app/QtPictures.h"
+#include "ui_MainWindow.h"
+
+namespace pv::app {
+
+namespace {
+
+constexpr int kMaxRecentFiles = 10;
+
+QString toQString(std::string_view s) {
+    return QString::fromUtf8(s.data(), qsizetype(s.size()));
+}
+
+QColor channelColour(int channel) {
+    static const QColor colours[3] = {QColor(200, 0, 0), QColor(0, 140, 0), QColor(0, 0, 220)};
+    return colours[channel >= 0 && channel < 3 ? channel : 0];
+}
+
+}  // namespace
+
+// The controller's port: each call shows something in this window or asks the user.
+class MainWindow::Port : public ControllerPort {
+  public:
+    explicit Port(MainWindow& window) : w_(window) {}
+
+    void showImage(const Picture& picture) override { w_.ui_->roiPreview->setPicture(picture); }
+    void showScatterGram(const Picture& picture) override {
+        w_.ui_->scatterGramGraph->setPicture(picture);
+    }
+    void showColorBars(const std::array<std::string_view, 4>& names) override {
+        w_.showColorBars(names);
+    }
+    void refreshControls() override { w_.refreshControls(); }
+
+    void askBackgroundCorrectionWarning() override {
+        w_.askQuestion(
+            QObject::tr("Background Not Corrected"),
+            QObject::tr("The background of this image has not been corrected. Coefficients of an "
+                        "uncorrected image count its background as signal."),
+            {{QObject::tr("Calculate Anyway"), 1},
+             {QObject::tr("Correct Background…"), -1},
+             {QObject::tr("Help"), 0}},
+            1, [this](int tag) {
+                if (const auto answer = backgroundWarningAnswerForTag(tag)) {
+                    w_.controller_->colocalizationWarningSheetDidEnd(*answer);
+                }
+            });
+    }
+    void askScatterGramWarning(const WarningQuestion& q) override {
+        w_.askQuestion(toQString(q.title), toQString(q.message),
+                       {{toQString(q.defaultButton), 1}, {toQString(q.alternateButton), 0}}, 1,
+                       [this](int code) {
+                           w_.controller_->colocalizationScatterGramWarningSheetDidEnd(
+                               scatterGramWarningAnswerForReturnCode(code));
+                       });
+    }
+    void scatterGramNeedsDisplay() override { w_.ui_->scatterGramGraph->update(); }
+    void setFocusForPasting(bool) override {}
+    void performBackgroundCorrection() override {
+        w_.showComingSoon(QObject::tr("The Background Correction window"));
+    }
+    void showHelpPage(std::string_view) override { w_.showComingSoon(QObject::tr("Help")); }
+    void showError(const Error& error) override {
+        w_.showMessage(QObject::tr("Pixmera Veltro"), toQString(error.message()));
+    }
+    void logMessage(std::string_view message) override {
+        qWarning("%s", std::string(message).c_str());
+    }
+    void noteRecentDocument(const std::string& path) override {
+        w_.noteRecentFile(QString::fromStdString(path));
+    }
+
+  private:
+    MainWindow& w_;
+};
+
+MainWindow::MainWindow(QWidget* parent)
+    : QMainWindow(parent),
+      ui_(std::make_unique<Ui::MainWindow>()),
+      port_(std::make_unique<Port>(*this)),
+      controller_(std::make_unique<PixmeraVeltroController>(*port_)) {
+    ui_->setupUi(this);
+    imageStatus_ = new QLabel(this);
+    hoverStatus_ = new QLabel(this);
+    statusBar()->addWidget(hoverStatus_, 1);
+    statusBar()->addPermanentWidget(imageStatus_);
+
+    // Items 2 and 5 are separators, so that an item's index is the pair's popup index.
+    const QStringList pairs = {tr("Red (Y) / Green (X)"), tr("Red (Y) / Blue (X)"),
+                               tr("Green (Y) / Red (X)"), tr("Green (Y) / Blue (X)"),
+                               tr("Blue (Y) / Red (X)"),  tr("Blue (Y) / Green (X)")};
+    for (int i = 0; i < pairs.size(); ++i) {
+        if (i == 2 || i == 4) {
+            ui_->channelsPopupMenu->insertSeparator(ui_->channelsPopupMenu->count());
+        }
+        ui_->channelsPopupMenu->addItem(pairs.at(i));
+    }
+    ui_->selectionToolPopupMenu->addItems(
+        {tr("Rectangle"), tr("Oval"), tr("Polygon"), tr("Lasso")});
+    ui_->scatterGramGraph->setRegionView(&controller_->scatterGramGraph());
+
+    connectControls();
+    connectMenus();
+
+    controller_->awakeFromNib();
+    controller_->applicationDidFinishLaunching();
+    controller_->getSelectionTool(ui_->selectionToolPopupMenu->currentIndex());
+
+    QSettings settings;
+    recentFiles_ = settings.value("recentFiles").toStringList();
+    rebuildRecentMenu();
+    if (!restoreGeometry(settings.value("mainWindow/geometry").toByteArray())) {
+        resize(1340, 740);
+    }
+    ui_->splitter->restoreState(settings.value("mainWindow/splitter").toByteArray());
+    updateWindowTitle();
+    showStatus();
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    QSettings settings;
+    settings.setValue("mainWindow/geometry", saveGeometry());
+    settings.setValue("mainWindow/splitter", ui_->splitter->saveState());
+    settings.setValue("recentFiles", recentFiles_);
+    event->accept();
+}
+
+void MainWindow::connectControls() {
+    Ui::MainWindow& u = *ui_;
+    connect(u.channelsPopupMenu, &QComboBox::activated, this,
+            [this](int index) { controller_->getChannelsRGBCombo(index); });
+    connect(u.selectionToolPopupMenu, &QComboBox::activated, this, [this](int index) {
+        controller_->getSelectionTool(index);
+        ui_->scatterGramGraph->update();
+    });
+    connect(u.continuousCheckBox, &QCheckBox::toggled, this,
+            [this](bool on) { controller_->scatterGramGraph().setContinuous(on); });
+    for (QCheckBox* box : {u.checkbox_Rr, u.checkbox_R, u.checkbox_k1, u.checkbox_m1}) {
+        connect(box, &QCheckBox::clicked, this, [this] {
+            controller_->setCheckboxes({ui_->checkbox_Rr->isChecked(), ui_->checkbox_R->isChecked(),
+                                        ui_->checkbox_k1->isChecked(),
+                                        ui_->checkbox_m1->isChecked()});
+        });
+    }
+    connect(u.calculateCoefficientButton, &QPushButton::clicked, this,
+            [this] { controller_->calculateCoefficientsNow(); });
+    connect(u.selectAllButton, &QPushButton::clicked, this,
+            [this] { controller_->selectAllCoefficients(); });
+    connect(u.clearAllButton, &QPushButton::clicked, this,
+            [this] { controller_->clearAllCoefficients(); });
+    connect(u.calculateROIButton, &QPushButton::clicked, this,
+            [this] { controller_->calculateROINow(); });
+    connect(u.reflectROIButton, &QPushButton::clicked, this,
+            [this] { controller_->reflectWhitePixels(); });
+    connect(u.backgroundButton, &QPushButton::clicked, this,
+            [this] { port_->performBackgroundCorrection(); });
+    connect(u.saveButton, &QPushButton::clicked, this, &MainWindow::saveDocument);
+
+    connect(u.roiPreview, &ImageView::fileDropped, this,
+            [this](const QString& path) { openFile(path); });
+    connect(u.roiPreview, &ImageView::pictureDropped, this, [this](const QImage& image) {
+        controller_->takePictureFromView(pictureOf(image), std::nullopt);
+        updateWindowTitle();
+        showStatus();
+    });
+    connect(u.roiPreview, &ImageView::hovered, this, [this](int x, int y, QRgb rgb) {
+        hoverStatus_->setText(x < 0 ? QString()
+                                    : tr("Pixel (%1, %2): red %3, green %4, blue %5")
+                                          .arg(x)
+                                          .arg(y)
+                                          .arg(qRed(rgb))
+                                          .arg(qGreen(rgb))
+                                          .arg(qBlue(rgb)));
+    });
+    connect(u.scatterGramGraph, &ScatterGramWidget::hovered, this, [this](int x, int y) {
+        hoverStatus_->setText(x < 0 ? QString()
+                                    : tr("Scatter gram (X %1, Y %2): %3 pixels")
+                                          .arg(x)
+                                          .arg(y)
+                                          .arg(controller_->pixelsWithPair(x, y)));
+    });
+}
+
+void MainWindow::connectMenus() {
+    Ui::MainWindow& u = *ui_;
+    connect(u.actionOpen, &QAction::triggered, this, &MainWindow::openDocument);
+    connect(u.actionSave, &QAction::triggered, this, &MainWindow::saveDocument);
+    connect(u.actionQuit, &QAction::triggered, this, &QWidget::close);
+    connect(u.actionPaste, &QAction::triggered, this, &MainWindow::pastePicture);
+    connect(u.actionRestore, &QAction::triggered, this,
+            [this] { controller_->restoreImageToOriginal(); });
+    connect(u.actionBackground, &QAction::triggered, this,
+            [this] { port_->performBackgroundCorrection(); });
+    connect(u.actionZoomFit, &QAction::triggered, u.roiPreview, &ImageView::zoomToFit);
+    connect(u.actionZoomActual, &QAction::triggered, u.roiPreview, &ImageView::zoomToActualSize);
+    connect(u.actionZoomIn, &QAction::triggered, u.roiPreview, &ImageView::zoomIn);
+    connect(u.actionZoomOut, &QAction::triggered, u.roiPreview, &ImageView::zoomOut);
+    for (QAction* later : {u.actionPageSetup, u.actionPrint, u.actionImageInfo,
+                           u.actionKeyboardShortcuts, u.actionHotTips}) {
+        connect(later, &QAction::triggered, this,
+                [this, later] { showComingSoon(later->text().remove('&').remove(u'…')); });
+    }
+    connect(u.actionHotTipsWebSite, &QAction::triggered, this,
+            [] { QDesktopServices::openUrl(QUrl("https://www.pixmera.com/veltro/tips")); });
+    connect(u.actionVisitWebSite, &QAction::triggered, this,
+            [] { QDesktopServices::openUrl(QUrl("https://www.pixmera.com/veltro")); });
+    connect(u.actionFeedback, &QAction::triggered, this, [] {
+        QDesktopServices::openUrl(
+            QUrl("mailto:feedback@pixmera.com?subject=Pixmera%20Veltro%20Feedback&body=Please%"
+                 "20enter%20your%20feedback%20here."));
+    });
+    connect(u.actionAbout, &QAction::triggered, this, [this] {
+        QMessageBox::about(this, tr("About Pixmera Veltro"),
+                           tr("Pixmera Veltro %1\nColocalization analysis of two-colour "
+                              "fluorescence images.")
+                               .arg(QApplication::applicationVersion()));
+    });
+    for (QMenu* menu : {u.menuFile, u.menuImage}) {
+        connect(menu, &QMenu::aboutToShow, this, &MainWindow::validateMenus);
+    }
+    validateMenus();
+}
+
+void MainWindow::validateMenus() {
+    const PixmeraVeltroController& c = *controller_;
+    Ui::MainWindow& u = *ui_;
+    const std::pair<QAction*, MenuAction> items[] = {
+        {u.actionImageInfo, MenuAction::ImageInfo},
+        {u.actionBackground, MenuAction::BackgroundCorrection},
+        {u.actionRestore, MenuAction::RestoreOriginal},
+        {u.actionPageSetup, MenuAction::PageLayout},
+        {u.actionPrint, MenuAction::Print},
+    };
+    for (const auto& [action, kind] : items) {
+        action->setEnabled(c.validateMenuItem(kind));
+    }
+}
+
+bool MainWindow::openFile(const QString& path) {
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    const bool opened = controller_->openImageFile(path.toStdString()).ok();
+    QApplication::restoreOverrideCursor();
+    updateWindowTitle();
+    showStatus();
+    validateMenus();
+    return opened;
+}
+
+void MainWindow::openDocument() {
+    QStringList patterns;
+    for (const std::string& type : controller_->supportedImageFileTypes()) {
+        if (!type.empty() && type.front() != '\'') {
+            patterns << "*." + QString::fromStdString(type);
+        }
+    }
+    const QString path =
+        QFileDialog::getOpenFileName(this, tr("Open Image"), QString(),
+                                     tr("Images (%1);;All files (*)").arg(patterns.join(' ')));
+    if (!path.isEmpty()) {
+        openFile(path);
+    }
+}
+
+bool MainWindow::saveResults(const QString& stem, ReportFormat format, bool saveImages) {
+    const std::vector<Error> errors =
+        controller_->outputPixelCoefficientData(stem.toStdString(), format, saveImages);
+    QStringList lines;
+    for (const Error& e : errors) {
+        lines << toQString(e.message());
+    }
+    if (!lines.isEmpty()) {
+        showMessage(tr("Results Not Saved"), lines.join('\n'));
+    }
+    return errors.empty();
+}
+
+void MainWindow::saveDocument() {
+    // Qt's own dialog, so that the format and the pictures can be chosen in it.
+    QFileDialog dialog(this, tr("Save Results"));
+    dialog.setOption(QFileDialog::DontUseNativeDialog);
+    dialog.setAcceptMode(QFileDialog::AcceptSave);
+    dialog.selectFile("untitled");
+    auto* format = new QComboBox(&dialog);
+    format->addItems({tr("Excel (.xls)"), tr("Text (.txt)")});
+    auto* images = new QCheckBox(tr("Save images"), &dialog);
+    if (auto* grid = qobject_cast<QGridLayout*>(dialog.layout())) {
+        const int row = grid->rowCount();
+        grid->addWidget(new QLabel(tr("Format:"), &dialog), row, 0);
+        grid->addWidget(format, row, 1);
+        grid->addWidget(images, row + 1, 1);
+    }
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty()) {
+        return;
+    }
+    saveResults(dialog.selectedFiles().constFirst(),
+                format->currentIndex() == 0 ? ReportFormat::Spreadsheet : ReportFormat::PlainText,
+                images->isChecked());
+}
+
+void MainWindow::pastePicture() {
+    const QImage image = QApplication::clipboard()->image();
+    if (image.isNull()) {
+        showMessage(tr("Paste"), tr("The clipboard holds no picture."));
+        return;
+    }
+    controller_->takePictureFromView(pictureOf(image), std::nullopt);
+    updateWindowTitle();
+    showStatus();
+    validateMenus();
+}
+
+void MainWindow::refreshControls() {
+    const ResultFields& f = controller_->fields();
+    Ui::MainWindow& u = *ui_;
+    const auto set = [](QWidget* w, const std::string& text) {
+        if (auto* label = qobject_cast<QLabel*>(w)) {
+            label->setText(QString::fromStdString(text));
+        } else if (auto* line = qobject_cast<QLineEdit*>(w)) {
+            line->setText(QString::fromStdString(text));
+        }
+    };
+    const std::pair<QWidget*, const std::string*> texts[] = {
+        {u.yAxisColorText, &f.yAxisColorText},
+        {u.xAxisColorText, &f.xAxisColorText},
+        {u.yAxisPixelColorText, &f.yAxisPixelColorText},
+        {u.xAxisPixelColorText, &f.xAxisPixelColorText},
+        {u.xyAxisPixelColorText, &f.xyAxisPixelColorText},
+        {u.yAxisPixelCountText, &f.yAxisPixelCountText},
+        {u.xAxisPixelCountText, &f.xAxisPixelCountText},
+        {u.xyAxisPixelCountText, &f.xyAxisPixelCountText},
+        {u.yAxisPixelPercentText, &f.yAxisPixelPercentText},
+        {u.xAxisPixelPercentText, &f.xAxisPixelPercentText},
+        {u.xyAxisPixelPercentText, &f.xyAxisPixelPercentText},
+        {u.pixelCountTotal, &f.pixelCountTotal},
+        {u.pixelPercentTotal, &f.pixelPercentTotal},
+        {u.yAxisROIPixelCountText, &f.yAxisROIPixelCountText},
+        {u.xAxisROIPixelCountText, &f.xAxisROIPixelCountText},
+        {u.xyAxisROIPixelCountText, &f.xyAxisROIPixelCountText},
+        {u.yAxisROIPixelPercentText, &f.yAxisROIPixelPercentText},
+        {u.xAxisROIPixelPercentText, &f.xAxisROIPixelPercentText},
+        {u.xyAxisROIPixelPercentText, &f.xyAxisROIPixelPercentText},
+        {u.pixelCountROITotal, &f.pixelCountROITotal},
+        {u.pixelROIPercentTotal, &f.pixelROIPercentTotal},
+        {u.coefficient_Rr, &f.coefficient_Rr},
+        {u.coefficient_R, &f.coefficient_R},
+        {u.coefficient_k1, &f.coefficient_k1},
+        {u.coefficient_k2, &f.coefficient_k2},
+        {u.coefficient_m1, &f.coefficient_m1},
+        {u.coefficient_m2, &f.coefficient_m2},
+        {u.coefficient_M1, &f.coefficient_M1},
+        {u.coefficient_M2, &f.coefficient_M2},
+    };
+    for (const auto& [widget, text] : texts) {
+        set(widget, *text);
+    }
+    // The region's column greys while no region result applies.
+    for (QWidget* w :
+         {u.pixelScatterGramTitle, u.pixelScatterGramCountTitle, u.pixelScatterGramPercentTitle,
+          u.yAxisROIPixelCountText, u.xAxisROIPixelCountText, u.xyAxisROIPixelCountText,
+          u.yAxisROIPixelPercentText, u.xAxisROIPixelPercentText, u.xyAxisROIPixelPercentText,
+          u.pixelCountROITotal, u.pixelROIPercentTotal}) {
+        w->setEnabled(f.roiColumnEnabled);
+    }
+    const AxisLabelColors colours = controller_->axisLabelColors();
+    for (const auto& [label, channel] :
+         {std::pair<QLabel*, int>{u.yAxisColorText, colours.yAxisColorText},
+          {u.xAxisColorText, colours.xAxisColorText}}) {
+        QPalette palette = label->palette();
+        palette.setColor(QPalette::WindowText, channelColour(channel));
+        label->setPalette(palette);
+        label->update();
+    }
+    const ButtonStates& b = controller_->buttons();
+    u.backgroundButton->setEnabled(b.backgroundButton);
+    u.calculateCoefficientButton->setEnabled(b.calculateCoefficientButton);
+    u.saveButton->setEnabled(b.saveButton);
+    u.actionSave->setEnabled(b.saveButton);
+    u.calculateROIButton->setEnabled(b.calculateROIButton);
+    u.reflectROIButton->setEnabled(b.reflectROIButton);
+    const CoefficientCheckboxes& boxes = controller_->checkboxes();
+    u.checkbox_Rr->setChecked(boxes.checkbox_Rr);
+    u.checkbox_R->setChecked(boxes.checkbox_R);
+    u.checkbox_k1->setChecked(boxes.checkbox_k1);
+    u.checkbox_m1->setChecked(boxes.checkbox_m1);
+    u.channelsPopupMenu->setCurrentIndex(popupIndexForRGBCombo(controller_->analysis().rgbCombo));
+    validateMenus();
+}
+
+void MainWindow::showColorBars(const std::array<std::string_view, 4>& names) {
+    // Bars y1, x1, y2, x2: the vertical ones run beside the Y axis, the horizontal ones below X.
+    QLabel* bars[4] = {ui_->yBar1, ui_->xBar1, ui_->yBar2, ui_->xBar2};
+    for (std::size_t i = 0; i < 4; ++i) {
+        const bool vertical = names[i].size() > 2 && names[i][2] == 'v';
+        if (std::optional<Bitmap> g =
+                makeColorBarGradient(names[i], vertical ? 8 : 256, vertical ? 256 : 8)) {
+            bars[i]->setPixmap(QPixmap::fromImage(imageOf(Picture::at72dpi(std::move(*g))).copy()));
+        }
+    }
+}
+
+void MainWindow::askQuestion(const QString& title, const QString& text,
+                             const std::vector<std::pair<QString, int>>& buttons, int defaultAnswer,
+                             const std::function<void(int)>& answered) {
+    // Window-modal and without a nested event loop: the answer arrives through finished().
+    auto* box = new QMessageBox(QMessageBox::Warning, title, text, QMessageBox::NoButton, this);
+    box->setWindowModality(Qt::WindowModal);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    std::vector<std::pair<QAbstractButton*, int>> answers;
+    for (const auto& [label, answer] : buttons) {
+        QPushButton* button = box->addButton(label, QMessageBox::ActionRole);
+        answers.emplace_back(button, answer);
+        if (answer == defaultAnswer) {
+            box->setDefaultButton(button);
+        }
+    }
+    connect(box, &QMessageBox::finished, this, [this, box, answers, answered] {
+        question_ = nullptr;
+        for (const auto& [button, answer] : answers) {
+            if (box->clickedButton() == button) {
+                answered(answer);
+                return;
+            }
+        }
+    });
+    question_ = box;
+    box->open();
+}
+
+void MainWindow::showMessage(const QString& title, const QString& text) {
+    auto* box = new QMessageBox(QMessageBox::Warning, title, text, QMessageBox::Ok, this);
+    box->setWindowModality(Qt::WindowModal);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->open();
+}
+
+void MainWindow::showComingSoon(const QString& what) {
+    showMessage(tr("Pixmera Veltro"),
+                tr("%1 is not part of this version yet; it comes with the next one.").arg(what));
+}
+
+void MainWindow::noteRecentFile(const QString& path) {
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    recentFiles_.removeAll(absolute);
+    recentFiles_.prepend(absolute);
+    while (recentFiles_.size() > kMaxRecentFiles) {
+        recentFiles_.removeLast();
+    }
+    QSettings().setValue("recentFiles", recentFiles_);
+    rebuildRecentMenu();
+}
+
+void MainWindow::rebuildRecentMenu() {
+    QMenu* menu = ui_->menuOpenRecent;
+    menu->clear();
+    for (const QString& path : recentFiles_) {
+        QAction* action = menu->addAction(QFileInfo(path).fileName());
+        action->setToolTip(path);
+        connect(action, &QAction::triggered, this, [this, path] {
+            if (!QFileInfo::exists(path)) {
+                recentFiles_.removeAll(path);
+                rebuildRecentMenu();
+                showMessage(tr("Open Recent"), tr("%1 no longer exists.").arg(path));
+                return;
+            }
+            openFile(path);
+        });
+    }
+    menu->setEnabled(!recentFiles_.isEmpty());
+}
+
+void MainWindow::updateWindowTitle() {
+    const ImageFileInfo& info = controller_->workingImage().imageFileInfo;
+    setWindowTitle(info.fileName
+                       ? tr("%1 — Pixmera Veltro").arg(QString::fromStdString(*info.fileName))
+                       : tr("Pixmera Veltro"));
+}
+
+void MainWindow::showStatus() {
+    const Picture& p = controller_->currentDisplayedImage();
+    const ImageFileInfo& info = controller_->workingImage().imageFileInfo;
+    imageStatus_->setText(p.isEmpty() ? tr("No image")
+                                      : tr("%1 × %2 pixels, %3 bits")
+                                            .arg(p.pixelsWide())
+                                            .arg(p.pixelsHigh())
+                                            .arg(info.bitDepth));
+}
+
+}  // namespace pv::app

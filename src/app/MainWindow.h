@@ -1,0 +1,73 @@
+#pragma once
+
+#include <QMainWindow>
+#include <QStringList>
+#include <memory>
+
+#include "controller/ControllerPort.h"
+#include "controller/PixmeraVeltroController.h"
+
+namespace Ui {
+class MainWindow;
+}
+
+class QLabel;
+class QMessageBox;
+
+namespace pv::app {
+
+// The main window: shows the controller's state and hands it the user's actions. Every
+// decision (which pass runs, which text a field shows, what is enabled) is the controller's.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+
+  public:
+    explicit MainWindow(QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    // Opens a picture file as every route does (open panel, command line, Open Recent, drop).
+    bool openFile(const QString& path);
+    // Writes the report (and the pictures) for the chosen path without suffix, as Save does
+    // after its dialog; failures are shown. True when everything was written.
+    bool saveResults(const QString& stem, ReportFormat format, bool saveImages);
+
+    PixmeraVeltroController& controller() { return *controller_; }
+    Ui::MainWindow& ui() { return *ui_; }
+    // The question on screen, if any (for the tests and for closing it with the window).
+    QMessageBox* openQuestion() const { return question_; }
+
+  protected:
+    void closeEvent(QCloseEvent* event) override;
+
+  private:
+    class Port;
+    friend class Port;
+
+    void connectControls();
+    void connectMenus();
+    void refreshControls();
+    void showColorBars(const std::array<std::string_view, 4>& names);
+    void askQuestion(const QString& title, const QString& text,
+                     const std::vector<std::pair<QString, int>>& buttons, int defaultAnswer,
+                     const std::function<void(int)>& answered);
+    void showMessage(const QString& title, const QString& text);
+    void validateMenus();
+    void noteRecentFile(const QString& path);
+    void rebuildRecentMenu();
+    void openDocument();
+    void saveDocument();
+    void pastePicture();
+    void showComingSoon(const QString& what);
+    void updateWindowTitle();
+    void showStatus();
+
+    std::unique_ptr<Ui::MainWindow> ui_;
+    std::unique_ptr<Port> port_;
+    std::unique_ptr<PixmeraVeltroController> controller_;  // after the port it talks to
+    QStringList recentFiles_;
+    QMessageBox* question_ = nullptr;
+    QLabel* imageStatus_ = nullptr;
+    QLabel* hoverStatus_ = nullptr;
+};
+
+}  // namespace pv::app
