@@ -441,5 +441,36 @@ TEST_F(ControllerTest, EachActionRefreshesTheControlsOnce) {
     }
 }
 
+// Commands that need a picture wait for the first one; Restore waits for a correction.
+TEST_F(ControllerTest, MenuItemsFollowThePictureAndTheCorrection) {
+    const MenuAction needPicture[] = {
+        MenuAction::Histogram,  MenuAction::ImageInfo, MenuAction::BackgroundCorrection,
+        MenuAction::PageLayout, MenuAction::Print,     MenuAction::RestoreOriginal};
+    const auto enabled = [&] {
+        std::string s;
+        for (MenuAction a : needPicture) {
+            s += controller.validateMenuItem(a) ? 'y' : 'n';
+        }
+        return s + (controller.validateMenuItem(MenuAction::Other) ? 'y' : 'n');
+    };
+    EXPECT_EQ(enabled(), "nnnnnny");
+    load(picture(2, 2, kExample));
+    EXPECT_EQ(enabled(), "yyyyyny");
+    BackgroundControls controls;
+    controller.removeBackgroundNow(controls);
+    EXPECT_EQ(enabled(), "yyyyyyy");
+    controller.restoreImageToOriginal();
+    EXPECT_EQ(enabled(), "yyyyyny");
+}
+
+TEST_F(ControllerTest, PixelsWithAPairComeFromThePass) {
+    EXPECT_EQ(controller.pixelsWithPair(0, 0), 0u);
+    load(picture(4, 1, {{30, 0, 0}, {30, 0, 5}, {30, 40, 0}, {0, 0, 9}}));
+    EXPECT_EQ(controller.pixelsWithPair(0, 30), 2u);  // whatever the blue sample
+    EXPECT_EQ(controller.pixelsWithPair(40, 30), 1u);
+    EXPECT_EQ(controller.pixelsWithPair(0, 0), 1u);
+    EXPECT_EQ(controller.pixelsWithPair(256, 0), 0u);
+}
+
 }  // namespace
 }  // namespace pv
