@@ -8,15 +8,19 @@
 #include <QDesktopServices>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QFutureWatcher>
 #include <QGridLayout>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QProgressDialog>
 #include <QPushButton>
 #include <QSettings>
 #include <QUrl>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include "analysis/ScatterGram.h"
 #include "app/QtPictures.h"
+#include "image/ImageFile.h"
 #include "ui_MainWindow.h"
 
 namespace pv::app {
@@ -256,14 +260,40 @@ void MainWindow::validateMenus() {
     }
 }
 
-bool MainWindow::openFile(const QString& path) {
-    QApplication::setOverrideCursor(Qt::WaitCursor);
-    const bool opened = controller_->openImageFile(path.toStdString()).ok();
-    QApplication::restoreOverrideCursor();
-    updateWindowTitle();
-    showStatus();
-    validateMenus();
-    return opened;
+void MainWindow::openFile(const QString& path) {
+    if (reading_ != nullptr) {
+        return;  // one file at a time
+    }
+    using Read = std::shared_ptr<Result<Picture>>;
+    auto* watcher = new QFutureWatcher<Read>(this);
+    reading_ = watcher;
+    readCancelled_ = false;
+    auto* progress = new QProgressDialog(tr("Opening %1…").arg(QFileInfo(path).fileName()),
+                                         tr("Cancel"), 0, 0, this);
+    progress->setWindowModality(Qt::WindowModal);
+    progress->setMinimumDuration(500);  // a quick open shows nothing
+    connect(progress, &QProgressDialog::canceled, this, [this] { readCancelled_ = true; });
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, progress, path] {
+        const Read read = watcher->result();
+        watcher->deleteLater();
+        reading_ = nullptr;
+        // Closing the progress window counts as Cancel to it, so it is let go silently.
+        progress->disconnect(this);
+        progress->deleteLater();
+        // The reader cannot be stopped midway; a cancelled read is simply not taken.
+        if (readCancelled_) {
+            emit openFinished(false);
+            return;
+        }
+        const bool opened = controller_->openReadPicture(path.toStdString(), *read).ok();
+        updateWindowTitle();
+        showStatus();
+        validateMenus();
+        emit openFinished(opened);
+    });
+    const std::string file = path.toStdString();
+    watcher->setFuture(QtConcurrent::run(
+        [file] { return std::make_shared<Result<Picture>>(readImageFile(file)); }));
 }
 
 void MainWindow::openDocument() {

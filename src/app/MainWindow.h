@@ -13,6 +13,7 @@ class MainWindow;
 
 class QLabel;
 class QMessageBox;
+class QProgressDialog;
 
 namespace pv::app {
 
@@ -26,7 +27,9 @@ class MainWindow : public QMainWindow {
     ~MainWindow() override;
 
     // Opens a picture file as every route does (open panel, command line, Open Recent, drop).
-    bool openFile(const QString& path);
+    // The file is read off the event loop, with a progress window and Cancel when it takes a
+    // while; openFinished tells when the picture has been taken (or the open cancelled).
+    void openFile(const QString& path);
     // Writes the report (and the pictures) for the chosen path without suffix, as Save does
     // after its dialog; failures are shown. True when everything was written.
     bool saveResults(const QString& stem, ReportFormat format, bool saveImages);
@@ -35,6 +38,9 @@ class MainWindow : public QMainWindow {
     Ui::MainWindow& ui() { return *ui_; }
     // The question on screen, if any (for the tests and for closing it with the window).
     QMessageBox* openQuestion() const { return question_; }
+
+  signals:
+    void openFinished(bool opened);
 
   protected:
     void closeEvent(QCloseEvent* event) override;
@@ -66,6 +72,8 @@ class MainWindow : public QMainWindow {
     std::unique_ptr<PixmeraVeltroController> controller_;  // after the port it talks to
     QStringList recentFiles_;
     QMessageBox* question_ = nullptr;
+    QObject* reading_ = nullptr;  // the read in progress, if any
+    bool readCancelled_ = false;
     QLabel* imageStatus_ = nullptr;
     QLabel* hoverStatus_ = nullptr;
 };

@@ -113,10 +113,14 @@ std::uint64_t PixmeraVeltroController::pixelsWithPair(int x, int y) const {
 // Working image
 
 Status PixmeraVeltroController::openImageFile(const std::string& path) {
+    return openReadPicture(path, readImageFile(path));
+}
+
+Status PixmeraVeltroController::openReadPicture(const std::string& path, Result<Picture> read) {
     const Action action(*this);
+    // The file facts are read from the path before the picture is taken.
     setImageInfoNamePath(image_.imageFileInfo, path);
     setImageFileType(image_.imageFileInfo, supportedImageFileTypes_, path);
-    Result<Picture> read = readImageFile(path);
     if (!read) {
         const Status failed(read.error());
         takeNewPicture(Picture(), failed);

@@ -84,6 +84,9 @@ class PixmeraVeltroController : public PixmeraController {
     // The desktop hands over a file (open panel, Open Recent, command line). A file that cannot
     // be read leaves an empty picture; the failure has gone to the port and is answered too.
     Status openImageFile(const std::string& path);
+    // The same with the file already read (readImageFile may run on another thread; this must
+    // not): for front ends that keep reading a large file off their event loop.
+    Status openReadPicture(const std::string& path, Result<Picture> read);
     // A picture dropped on or pasted into the image view; the path is the dropped file, if any.
     void takePictureFromView(Picture picture, std::optional<std::string> draggedPath);
     // The view's current picture as a new image without a file.

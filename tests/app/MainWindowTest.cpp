@@ -5,6 +5,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QProcess>
+#include <QProgressDialog>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -17,6 +18,13 @@ using pv::app::MainWindow;
 namespace {
 
 const QString kSample = QStringLiteral(PV_SOURCE_DIR "/resources/sample-cells.tif");
+
+// Opens a file as the user does and waits until the window has taken it.
+bool open(MainWindow& w, const QString& path) {
+    QSignalSpy finished(&w, &MainWindow::openFinished);
+    w.openFile(path);
+    return finished.wait(30000) && finished.at(0).at(0).toBool();
+}
 
 // Presses the button of the open question whose text is `text`.
 void answer(MainWindow& w, const QString& text) {
@@ -45,7 +53,7 @@ class MainWindowTest : public QObject {
         MainWindow w;
         QVERIFY(!w.ui().actionImageInfo->isEnabled());
         QVERIFY(!w.ui().calculateCoefficientButton->isEnabled());
-        QVERIFY(w.openFile(kSample));
+        QVERIFY(open(w, kSample));
         QCOMPARE(w.ui().xyAxisPixelColorText->text(), QString("Yellow:"));
         QCOMPARE(w.ui().xyAxisPixelCountText->text(), QString("196262"));
         QCOMPARE(w.ui().pixelPercentTotal->text(), QString("99.82"));
@@ -59,7 +67,7 @@ class MainWindowTest : public QObject {
 
     void changingThePairRelabels() {
         MainWindow w;
-        QVERIFY(w.openFile(kSample));
+        QVERIFY(open(w, kSample));
         QComboBox* pairs = w.ui().channelsPopupMenu;
         QCOMPARE(pairs->count(), 8);  // six pairs, two separators
         pairs->setCurrentIndex(6);
@@ -72,7 +80,7 @@ class MainWindowTest : public QObject {
     // Calculate asks first; each answer does what it says.
     void calculateAsksAboutTheBackground() {
         MainWindow w;
-        QVERIFY(w.openFile(kSample));
+        QVERIFY(open(w, kSample));
         QTest::mouseClick(w.ui().calculateCoefficientButton, Qt::LeftButton);
         QVERIFY(w.openQuestion() != nullptr);
         QCOMPARE(w.openQuestion()->buttons().size(), 3);
@@ -94,7 +102,7 @@ class MainWindowTest : public QObject {
     // Saving writes what the command line writes for the same actions.
     void saveWritesTheCommandLinesReport() {
         MainWindow w;
-        QVERIFY(w.openFile(kSample));
+        QVERIFY(open(w, kSample));
         QTest::mouseClick(w.ui().calculateCoefficientButton, Qt::LeftButton);
         answer(w, "Calculate Anyway");
         QTemporaryDir dir;
@@ -110,10 +118,25 @@ class MainWindowTest : public QObject {
         QVERIFY(!QFile::exists(dir.filePath("run_ImgReflect.tif")));
     }
 
+    // A cancelled open leaves the picture and its results as they were.
+    void cancelledOpenChangesNothing() {
+        MainWindow w;
+        QVERIFY(open(w, kSample));
+        QSignalSpy finished(&w, &MainWindow::openFinished);
+        w.openFile("/nonexistent/other.tif");
+        auto* progress = w.findChild<QProgressDialog*>();
+        QVERIFY(progress != nullptr);
+        progress->cancel();
+        QVERIFY(finished.wait(30000));
+        QCOMPARE(finished.at(0).at(0).toBool(), false);
+        QCOMPARE(w.ui().xyAxisPixelCountText->text(), QString("196262"));
+        QVERIFY(w.findChildren<QMessageBox*>().isEmpty());
+    }
+
     // A file that cannot be read says why and names it.
     void unreadableFileSaysWhy() {
         MainWindow w;
-        QVERIFY(!w.openFile("/nonexistent/cells.tif"));
+        QVERIFY(!open(w, "/nonexistent/cells.tif"));
         const auto boxes = w.findChildren<QMessageBox*>();
         QVERIFY(!boxes.isEmpty());
         QVERIFY(boxes.last()->text().contains("/nonexistent/cells.tif: the file does not exist"));
