@@ -279,7 +279,7 @@ void MainWindow::openFile(const QString& path) {
         reading_ = nullptr;
         // Closing the progress window counts as Cancel to it, so it is let go silently.
         progress->disconnect(this);
-        progress->deleteLater();
+        delete progress;
         // The reader cannot be stopped midway; a cancelled read is simply not taken.
         if (readCancelled_) {
             emit openFinished(false);
