@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QImage>
+#include <QTransform>
 #include <QWidget>
 
 #include "image/Picture.h"
@@ -47,8 +48,21 @@ class ScatterGramWidget : public QWidget {
     void leaveEvent(QEvent* event) override;
 
   private:
+    using MouseHandler = void (CROI_ScatterGramCroppingImageView::*)(const MouseEvent&);
+
+    // Scatter-gram coordinates to widget pixels, for painting and toWidget alike.
+    QTransform scatterGramTransform() const;
+    // The scatter-gram point under the centre of the screen pixel at the event's position.
+    QPointF scatterGramPointAt(const QPointF& widgetPosition) const;
+    void forward(MouseHandler handler, const QMouseEvent& event);
+    void setHoveredCell(const QPoint& cell);
+
     CROI_ScatterGramCroppingImageView* view_ = nullptr;
     QImage image_;
+    // Qt reports the second press of a double-click as a double-click event, and its release
+    // as a plain one; the marker wants both with a click count of 2.
+    int clickCount_ = 1;
+    QPoint hoveredCell_{-1, -1};
 };
 
 }  // namespace pv::app
