@@ -10,11 +10,13 @@
 #include <QFileInfo>
 #include <QFutureWatcher>
 #include <QGridLayout>
+#include <QLineEdit>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QSettings>
+#include <QTimer>
 #include <QUrl>
 #include <QtConcurrent/QtConcurrentRun>
 
@@ -120,6 +122,30 @@ MainWindow::MainWindow(QWidget* parent)
     ui_->selectionToolPopupMenu->addItems(
         {tr("Rectangle"), tr("Oval"), tr("Polygon"), tr("Lasso")});
     ui_->scatterGramGraph->setRegionView(&controller_->scatterGramGraph());
+    // One screen pixel per level, so that the panel fits a 1366 x 768 screen; the bars run
+    // along the picture's edges.
+    ui_->scatterGramGraph->setFixedSize(ui_->scatterGramGraph->minimumSizeHint());
+    const int side = kScatterGramSize;
+    for (QLabel* bar : {ui_->yBar1, ui_->yBar2}) {
+        bar->setFixedSize(8, side);
+    }
+    for (QLabel* bar : {ui_->xBar1, ui_->xBar2}) {
+        bar->setFixedSize(side, 8);
+    }
+    // The controls keep their natural width; the picture takes what the window has left.
+    ui_->controlsPanel->setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Preferred);
+    ui_->scatterGramBox->setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Maximum);
+    ui_->splitter->setStretchFactor(0, 1);
+    ui_->splitter->setStretchFactor(1, 0);
+    for (QLineEdit* field :
+         {ui_->coefficient_Rr, ui_->coefficient_R, ui_->coefficient_k1, ui_->coefficient_k2,
+          ui_->coefficient_m1, ui_->coefficient_m2, ui_->coefficient_M1, ui_->coefficient_M2}) {
+        field->setMaximumWidth(field->fontMetrics().horizontalAdvance("-0.00000") + 16);
+    }
+    for (QWidget* w : {static_cast<QWidget*>(ui_->xBar1), static_cast<QWidget*>(ui_->xBar2),
+                       static_cast<QWidget*>(ui_->xAxisColorText)}) {
+        ui_->scatterGramLayout->setAlignment(w, Qt::AlignHCenter);
+    }
 
     connectControls();
     connectMenus();
@@ -134,7 +160,13 @@ MainWindow::MainWindow(QWidget* parent)
     if (!restoreGeometry(settings.value("mainWindow/geometry").toByteArray())) {
         resize(1340, 740);
     }
-    ui_->splitter->restoreState(settings.value("mainWindow/splitter").toByteArray());
+    if (!ui_->splitter->restoreState(settings.value("mainWindow/splitter").toByteArray())) {
+        // Once laid out, the controls get their natural width and the picture the rest.
+        QTimer::singleShot(0, this, [this] {
+            const int panel = ui_->controlsPanel->sizeHint().width();
+            ui_->splitter->setSizes({std::max(200, ui_->splitter->width() - panel), panel});
+        });
+    }
     updateWindowTitle();
     showStatus();
 }

@@ -69,7 +69,11 @@ int main(int argc, char** argv) {
     QTest::mouseMove(sg, sg->toWidget(corners[1]).toPoint());
     QTest::mouseRelease(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(corners[1]).toPoint());
     QTest::mouseClick(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(corners[2]).toPoint());
-    QTest::mouseDClick(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(corners[3]).toPoint());
+    // The last corner: a click, then the double-click's second press and its release.
+    const QPoint last = sg->toWidget(corners[3]).toPoint();
+    QTest::mouseClick(sg, Qt::LeftButton, Qt::NoModifier, last);
+    QTest::mouseEvent(QTest::MouseDClick, sg, Qt::LeftButton, Qt::NoModifier, last);
+    QTest::mouseRelease(sg, Qt::LeftButton, Qt::NoModifier, last);
     w.ui().calculateROIButton->click();
     answer(w, "Calculate");
     ok = save(w, out, "3-polygon-region.png") && ok;
