@@ -1,4 +1,5 @@
 #include <QCheckBox>
+#include <QClipboard>
 #include <QComboBox>
 #include <QFile>
 #include <QLabel>
@@ -116,6 +117,21 @@ class MainWindowTest : public QObject {
         QVERIFY(QFile::exists(dir.filePath("run_Image.tif")));
         QVERIFY(QFile::exists(dir.filePath("run_SGram.tif")));
         QVERIFY(!QFile::exists(dir.filePath("run_ImgReflect.tif")));
+    }
+
+    // A pasted picture is analysed like an opened one, without a file.
+    void pastedPictureIsAnalysed() {
+        MainWindow w;
+        QImage image(3, 1, QImage::Format_RGB888);
+        image.setPixelColor(0, 0, QColor(100, 0, 0));
+        image.setPixelColor(1, 0, QColor(0, 50, 0));
+        image.setPixelColor(2, 0, QColor(100, 50, 0));
+        QApplication::clipboard()->setImage(image);
+        w.ui().actionPaste->trigger();
+        QCOMPARE(w.ui().yAxisPixelCountText->text(), QString("1"));
+        QCOMPARE(w.ui().xAxisPixelCountText->text(), QString("1"));
+        QCOMPARE(w.ui().xyAxisPixelCountText->text(), QString("1"));
+        QCOMPARE(w.windowTitle(), QString("Pixmera Veltro"));
     }
 
     // A cancelled open leaves the picture and its results as they were.
