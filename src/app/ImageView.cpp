@@ -1,50 +1,397 @@
 #include "app/ImageView.h"
 
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QMimeData>
+#include <QMouseEvent>
 #include <QPainter>
+#include <QRegion>
+#include <QUrl>
+#include <QWheelEvent>
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <vector>
 
 #include "app/QtPictures.h"
+#include "core/ParallelRows.h"
 
 namespace pv::app {
 
+namespace {
+
+const QColor kBackground(48, 48, 48);
+constexpr double kMinZoom = 1.0 / 64.0;
+constexpr double kMaxZoom = 32.0;
+const double kZoomStep = std::sqrt(2.0);
+// One wheel notch (120 eighths of a degree) zooms one step or pans 60 display pixels.
+constexpr double kAnglePerStep = 120.0;
+constexpr double kPanPerAngle = 0.5;
+
+// The source pixels [begin, end) behind one drawn pixel along one axis.
+struct Span {
+    int begin;
+    int end;
+};
+
+// The picture pixel nearest the centre of drawn pixel i, when `length` picture pixels are
+// drawn `shown` pixels long; integer arithmetic, so that drawing and pointing agree exactly.
+int centreOf(std::int64_t i, std::int64_t length, std::int64_t shown) {
+    return int((2 * i + 1) * length / (2 * shown));
+}
+
+// For `count` drawn pixels from index `first`: reduced, each covers its whole box of picture
+// pixels (area sampling); enlarged, the one nearest its centre (sharp blocks).
+std::vector<Span> spansOf(int first, int count, int length, int shown) {
+    std::vector<Span> spans(std::size_t(std::max(count, 0)));
+    for (int k = 0; k < count; ++k) {
+        const std::int64_t i = first + k;
+        if (shown < length) {
+            spans[std::size_t(k)] = {int(i * length / shown), int((i + 1) * length / shown)};
+        } else {
+            const int c = centreOf(i, length, shown);
+            spans[std::size_t(k)] = {c, c + 1};
+        }
+    }
+    return spans;
+}
+
+// Sample by sample, the sums over the rows `y` of `source` of the bytes from `first` on.
+// A plain loop over contiguous bytes, which the compiler vectorises: the step that reads every
+// byte of the picture.
+void sumRows(const QImage& source, Span y, std::ptrdiff_t first, std::vector<std::uint32_t>& sums) {
+    std::fill(sums.begin(), sums.end(), 0u);
+    for (int row = y.begin; row < y.end; ++row) {
+        const uchar* line = source.constScanLine(row) + first;
+        std::uint32_t* s = sums.data();
+        for (std::size_t i = 0; i < sums.size(); ++i) {
+            s[i] += line[i];
+        }
+    }
+}
+
+// One drawn pixel per box of `xs`, the mean of the column sums that `rows` rows gave.
+template <int Bytes>
+void writeMeans(const std::vector<std::uint32_t>& sums, const std::vector<Span>& xs, int rows,
+                QRgb* out) {
+    const int first = xs.front().begin;
+    for (const Span& x : xs) {
+        const std::uint64_t n = std::uint64_t(x.end - x.begin) * std::uint64_t(rows);
+        std::uint64_t t[4] = {0, 0, 0, Bytes == 4 ? 0 : 255 * n};
+        const std::uint32_t* p = sums.data() + std::ptrdiff_t(x.begin - first) * Bytes;
+        for (int c = x.begin; c < x.end; ++c, p += Bytes) {
+            for (int k = 0; k < Bytes; ++k) {
+                t[k] += p[k];
+            }
+        }
+        const double inverse = 1.0 / double(n);
+        auto mean = [&](int k) { return int(double(t[k]) * inverse + 0.5); };
+        *out++ = qRgba(mean(0), mean(1), mean(2), mean(3));
+    }
+}
+
+// The mean of each box of `source` (meshed 8-bit RGB or RGBA, `Bytes` a pixel) as one pixel
+// of the result. Reads each source pixel once, in row order, on all cores: this is what keeps
+// the fit view of a 100-megapixel picture quick, where a smooth QImage::scaled is not.
+template <int Bytes>
+QImage boxMeans(const QImage& source, const std::vector<Span>& xs, const std::vector<Span>& ys) {
+    QImage out(int(xs.size()), int(ys.size()),
+               Bytes == 4 ? QImage::Format_ARGB32 : QImage::Format_RGB32);
+    if (out.isNull()) {
+        return out;
+    }
+    uchar* outBits = out.bits();
+    const qsizetype outStride = out.bytesPerLine();
+    const std::size_t width = std::size_t(xs.back().end - xs.front().begin);
+    const std::int64_t boxRows = ys.front().end - ys.front().begin;
+    const unsigned workers = workersFor(std::int64_t(ys.size()), boxRows * std::int64_t(width), 0);
+    auto work = [&](unsigned, std::int64_t firstRow, std::int64_t endRow) {
+        std::vector<std::uint32_t> sums(width * Bytes);
+        for (std::int64_t r = firstRow; r < endRow; ++r) {
+            const Span y = ys[std::size_t(r)];
+            sumRows(source, y, std::ptrdiff_t(xs.front().begin) * Bytes, sums);
+            writeMeans<Bytes>(sums, xs, y.end - y.begin,
+                              reinterpret_cast<QRgb*>(outBits + r * outStride));
+        }
+    };
+    forEachRowBlock(std::int64_t(ys.size()), workers, work);
+    return out;
+}
+
+// Boxes of one or two pixels would look ragged: reductions milder than 50 % go to Qt's smooth
+// scaling, cheap there because the region read is at most twice the drawn size.
+bool isMildlyReduced(int length, int shown) {
+    return shown < length && 2 * shown > length;
+}
+
+// The pixels `part` (from the drawn picture's top left) of `source` drawn `shown` large, ready
+// to paint without conversion.
+QImage rendering(const QImage& source, QSize shown, const QRect& part) {
+    const std::vector<Span> xs = spansOf(part.left(), part.width(), source.width(), shown.width());
+    const std::vector<Span> ys =
+        spansOf(part.top(), part.height(), source.height(), shown.height());
+    QImage out;
+    if (isMildlyReduced(source.width(), shown.width())) {
+        const QRect region(QPoint(xs.front().begin, ys.front().begin),
+                           QPoint(xs.back().end - 1, ys.back().end - 1));
+        const QImage read = region == source.rect() ? source : source.copy(region);
+        out = read.scaled(part.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    } else if (source.hasAlphaChannel()) {
+        out = boxMeans<4>(source, xs, ys);
+    } else {
+        out = boxMeans<3>(source, xs, ys);
+    }
+    return out.convertToFormat(source.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied
+                                                        : QImage::Format_RGB32);
+}
+
+// The next zoom on the grid of powers of sqrt(2), `steps` steps up (or down when negative).
+double steppedZoom(double zoom, int steps) {
+    const double at = 2.0 * std::log2(zoom);
+    const double grid = steps > 0 ? std::floor(at + 1e-6) : std::ceil(at - 1e-6);
+    return std::exp2((grid + steps) / 2.0);
+}
+
+// The pan along one axis: centred when the picture fits, else kept from showing beyond it.
+double clampedPan(double pan, int length, int shown, int view, double zoom) {
+    if (shown <= view) {
+        return length / 2.0;
+    }
+    const double half = view / (2.0 * zoom);
+    return std::clamp(pan, half, length - half);
+}
+
+// Where the picture's first pixel is drawn along one axis.
+int originOf(double pan, int shown, int view, double zoom) {
+    if (shown <= view) {
+        return (view - shown) / 2;
+    }
+    return std::clamp(int(std::lround(view / 2.0 - pan * zoom)), view - shown, 0);
+}
+
+// The first local file among the drag's URLs, or an empty string.
+QString firstLocalFile(const QMimeData* data) {
+    for (const QUrl& url : data->urls()) {
+        if (url.isLocalFile()) {
+            return url.toLocalFile();
+        }
+    }
+    return QString();
+}
+
+// Takes a drag that carries a local file or a picture. The view only reads what is dropped, so
+// it never takes a move (that would let the source delete its file): copy or link, whichever
+// the source proposes or allows.
+bool accepted(QDropEvent* event) {
+    const QMimeData* data = event->mimeData();
+    Qt::DropAction action = Qt::IgnoreAction;
+    if (data != nullptr && (!firstLocalFile(data).isEmpty() || data->hasImage())) {
+        for (const Qt::DropAction a : {event->proposedAction(), Qt::CopyAction, Qt::LinkAction}) {
+            if ((a == Qt::CopyAction || a == Qt::LinkAction) && event->possibleActions() & a) {
+                action = a;
+                break;
+            }
+        }
+    }
+    if (action == Qt::IgnoreAction) {
+        event->ignore();
+        return false;
+    }
+    event->setDropAction(action);
+    event->accept();
+    return true;
+}
+
+}  // namespace
+
 ImageView::ImageView(QWidget* parent) : QWidget(parent) {
     setAcceptDrops(true);
+    setMouseTracking(true);
+    setAttribute(Qt::WA_OpaquePaintEvent);
 }
 
 void ImageView::setPicture(const Picture& picture) {
+    // A new version of the same picture (corrected, revealed) keeps the user's place in it.
+    if (picture.pixelsWide() != image_.width() || picture.pixelsHigh() != image_.height()) {
+        pan_ = QPointF(picture.pixelsWide() / 2.0, picture.pixelsHigh() / 2.0);
+    }
     picture_ = picture;
     image_ = imageOf(picture);
-    update();
+    cache_ = QImage();
+    relayout();
 }
 
 double ImageView::zoom() const {
-    return zoom_;
+    if (!fit_) {
+        return zoom_;
+    }
+    if (image_.isNull()) {
+        return 1.0;
+    }
+    return std::min({1.0, double(width()) / image_.width(), double(height()) / image_.height()});
 }
 
-void ImageView::zoomToFit() {}
-void ImageView::zoomToActualSize() {}
-void ImageView::zoomIn() {}
-void ImageView::zoomOut() {}
+void ImageView::zoomToFit() {
+    fit_ = true;
+    relayout();
+}
+
+void ImageView::zoomToActualSize() {
+    zoomAbout(1.0, viewCentre());
+}
+
+void ImageView::zoomIn() {
+    zoomAbout(steppedZoom(zoom(), 1), viewCentre());
+}
+
+void ImageView::zoomOut() {
+    zoomAbout(steppedZoom(zoom(), -1), viewCentre());
+}
 
 QSize ImageView::sizeHint() const {
-    return QSize(512, 512);
+    return QSize(640, 480);
 }
 
 void ImageView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    painter.fillRect(rect(), palette().dark());
-    if (!image_.isNull()) {
-        const QSize shown = image_.size().scaled(size(), Qt::KeepAspectRatio);
-        painter.drawImage(QRect(QPoint(0, 0), shown), image_);
+    painter.fillRect(rect(), kBackground);
+    painter.drawImage(origin_ + cachePart_.topLeft(), cache_);
+}
+
+void ImageView::resizeEvent(QResizeEvent*) {
+    relayout();
+}
+
+void ImageView::wheelEvent(QWheelEvent* event) {
+    if (image_.isNull()) {
+        event->ignore();
+        return;
+    }
+    if (event->modifiers().testFlag(Qt::ControlModifier)) {
+        const double steps = event->angleDelta().y() / kAnglePerStep;
+        zoomAbout(zoom() * std::pow(kZoomStep, steps), event->position());
+    } else {
+        const QPointF delta = event->pixelDelta().isNull()
+                                  ? QPointF(event->angleDelta()) * kPanPerAngle
+                                  : QPointF(event->pixelDelta());
+        pan_ -= delta / zoom();
+        relayout();
+    }
+    event->accept();
+}
+
+void ImageView::mousePressEvent(QMouseEvent* event) {
+    const bool larger = shown_.width() > width() || shown_.height() > height();
+    if (event->button() == Qt::LeftButton && !image_.isNull() && larger) {
+        dragFrom_ = event->position();
+        dragPan_ = pan_;
+        setCursor(Qt::ClosedHandCursor);
     }
 }
 
-void ImageView::resizeEvent(QResizeEvent*) {}
-void ImageView::wheelEvent(QWheelEvent*) {}
-void ImageView::mousePressEvent(QMouseEvent*) {}
-void ImageView::mouseMoveEvent(QMouseEvent*) {}
-void ImageView::mouseReleaseEvent(QMouseEvent*) {}
-void ImageView::leaveEvent(QEvent*) {}
-void ImageView::dragEnterEvent(QDragEnterEvent*) {}
-void ImageView::dropEvent(QDropEvent*) {}
+void ImageView::mouseMoveEvent(QMouseEvent* event) {
+    if (dragFrom_) {
+        pan_ = dragPan_ - (event->position() - *dragFrom_) / zoom();
+        relayout();
+    }
+    reportHover(event->position());
+}
+
+void ImageView::mouseReleaseEvent(QMouseEvent* event) {
+    if (event->button() == Qt::LeftButton && dragFrom_) {
+        dragFrom_.reset();
+        unsetCursor();
+    }
+}
+
+void ImageView::leaveEvent(QEvent*) {
+    emit hovered(-1, -1, 0);
+}
+
+void ImageView::dragEnterEvent(QDragEnterEvent* event) {
+    accepted(event);
+}
+
+void ImageView::dropEvent(QDropEvent* event) {
+    if (!accepted(event)) {
+        return;
+    }
+    const QString path = firstLocalFile(event->mimeData());
+    if (!path.isEmpty()) {
+        emit fileDropped(path);
+    } else {
+        emit pictureDropped(qvariant_cast<QImage>(event->mimeData()->imageData()));
+    }
+}
+
+QPointF ImageView::viewCentre() const {
+    return QPointF(width() / 2.0, height() / 2.0);
+}
+
+void ImageView::zoomAbout(double zoom, const QPointF& anchor) {
+    // The picture point under the anchor stays under it. Worked out from the pan, not from the
+    // rounded drawing, so that zooming in and out again comes back to the same place.
+    const QPointF offset = anchor - viewCentre();
+    const QPointF at = pan_ + offset / this->zoom();
+    zoom_ = std::clamp(zoom, kMinZoom, kMaxZoom);
+    pan_ = at - offset / zoom_;
+    fit_ = false;
+    relayout();
+}
+
+void ImageView::relayout() {
+    if (image_.isNull()) {
+        cache_ = QImage();
+        update();
+        return;
+    }
+    const double z = zoom();
+    const int w = image_.width();
+    const int h = image_.height();
+    const QSize shown(std::max(1, int(std::lround(w * z))), std::max(1, int(std::lround(h * z))));
+    pan_ = QPointF(clampedPan(pan_.x(), w, shown.width(), width(), z),
+                   clampedPan(pan_.y(), h, shown.height(), height(), z));
+    origin_ = QPoint(originOf(pan_.x(), shown.width(), width(), z),
+                     originOf(pan_.y(), shown.height(), height(), z));
+    const QRect part = (QRect(origin_, shown) & rect()).translated(-origin_);
+    const bool sameScale =
+        !cache_.isNull() && shown == shown_ && !isMildlyReduced(w, shown.width());
+    if (part.isEmpty()) {
+        cache_ = QImage();
+    } else {
+        cache_ = sameScale ? panned(part) : rendering(image_, shown, part);
+    }
+    shown_ = shown;
+    cachePart_ = part;
+    update();
+}
+
+QImage ImageView::panned(const QRect& part) const {
+    // At the same scale a drawn pixel renders the same wherever it is: keep the overlap and
+    // render only the strips that panning reveals.
+    QImage next(part.size(), cache_.format());
+    QPainter painter(&next);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.drawImage(cachePart_.topLeft() - part.topLeft(), cache_);
+    for (const QRect& strip : QRegion(part).subtracted(cachePart_)) {
+        painter.drawImage(strip.topLeft() - part.topLeft(), rendering(image_, shown_, strip));
+    }
+    painter.end();
+    return next;
+}
+
+void ImageView::reportHover(const QPointF& position) {
+    const int column = int(std::floor(position.x())) - origin_.x();
+    const int line = int(std::floor(position.y())) - origin_.y();
+    if (image_.isNull() || column < 0 || line < 0 || column >= shown_.width() ||
+        line >= shown_.height()) {
+        emit hovered(-1, -1, 0);
+        return;
+    }
+    const int x = centreOf(column, image_.width(), shown_.width());
+    const int y = centreOf(line, image_.height(), shown_.height());
+    const ChannelView rgb = picture_.bitmap->channels();
+    emit hovered(x, y, qRgb(*rgb.sample(0, y, x), *rgb.sample(1, y, x), *rgb.sample(2, y, x)));
+}
 
 }  // namespace pv::app

@@ -33,7 +33,7 @@ class ImageView : public QWidget {
     QSize sizeHint() const override;
 
   signals:
-    // A file was dropped (its path), or a picture without a file (path empty).
+    // A file was dropped (its path), or a picture without a file.
     void fileDropped(const QString& path);
     void pictureDropped(const QImage& image);
     // The pointer is over picture pixel (x, y) from the top left, whose colour is rgb; or has
@@ -52,11 +52,24 @@ class ImageView : public QWidget {
     void dropEvent(QDropEvent* event) override;
 
   private:
+    QPointF viewCentre() const;
+    void zoomAbout(double zoom, const QPointF& anchor);
+    // Places the picture for the zoom, pan and size, and renders what of it is visible.
+    void relayout();
+    QImage panned(const QRect& part) const;
+    void reportHover(const QPointF& position);
+
     Picture picture_;
     QImage image_;  // wraps the picture's pixels
     bool fit_ = true;
     double zoom_ = 1.0;
-    QPointF pan_;  // picture point shown at the view's centre
+    QPointF pan_;      // picture point shown at the view's centre
+    QPoint origin_;    // where the picture's top-left corner is drawn
+    QSize shown_;      // the picture's drawn size
+    QImage cache_;     // the visible part, drawn: all that a repaint touches
+    QRect cachePart_;  // which part, from the drawn picture's top left
+    std::optional<QPointF> dragFrom_;
+    QPointF dragPan_;
 };
 
 }  // namespace pv::app
