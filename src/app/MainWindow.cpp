@@ -318,6 +318,7 @@ void MainWindow::openFile(const QString& path) {
             return;
         }
         const bool opened = controller_->openReadPicture(path.toStdString(), *read).ok();
+        ui_->roiPreview->zoomToFit();  // a new file is seen whole first
         updateWindowTitle();
         showStatus();
         validateMenus();
