@@ -5,11 +5,14 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QProcess>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <array>
 
 #include "app/MainWindow.h"
 #include "ui_MainWindow.h"
@@ -117,6 +120,64 @@ class MainWindowTest : public QObject {
         QVERIFY(QFile::exists(dir.filePath("run_Image.tif")));
         QVERIFY(QFile::exists(dir.filePath("run_SGram.tif")));
         QVERIFY(!QFile::exists(dir.filePath("run_ImgReflect.tif")));
+    }
+
+    // A rectangle dragged on the scatter gram, counted and revealed: exactly the pixels whose
+    // pair the drawn outline contains turn white, and the plain picture comes back when the
+    // region is clicked away.
+    void revealPaintsTheRegionsPixels() {
+        MainWindow w;
+        w.resize(1340, 720);
+        w.show();
+        QVERIFY(open(w, kSample));
+        pv::app::ScatterGramWidget* sg = w.ui().scatterGramGraph;
+        const QPoint from = sg->toWidget({30, 20}).toPoint();
+        const QPoint to = sg->toWidget({140, 160}).toPoint();
+        QTest::mousePress(sg, Qt::LeftButton, Qt::NoModifier, from);
+        QTest::mouseMove(sg, to);
+        QTest::mouseRelease(sg, Qt::LeftButton, Qt::NoModifier, to);
+        QVERIFY(w.ui().reflectROIButton->isEnabled());
+        QTest::mouseClick(w.ui().reflectROIButton, Qt::LeftButton);
+
+        const pv::Path& outline = w.controller().scatterGramGraph().currentlySelectedPath();
+        const pv::Picture shown = w.ui().roiPreview->picture();
+        const pv::Picture plain = w.controller().currentDisplayedImage();
+        QVERIFY(!shown.isEmpty() && shown.bitmap != plain.bitmap);
+        long white = 0;
+        for (int r = 0; r < plain.pixelsHigh(); ++r) {
+            const std::uint8_t* in = plain.bitmap->row(0, r);
+            const std::uint8_t* out = shown.bitmap->row(0, r);
+            for (int c = 0; c < plain.pixelsWide(); ++c, in += 3, out += 3) {
+                const bool inside = outline.containsPoint({float(in[1]), float(in[0])});
+                const std::array<int, 3> want = inside ? std::array<int, 3>{255, 255, 255}
+                                                       : std::array<int, 3>{in[0], in[1], in[2]};
+                QCOMPARE((std::array<int, 3>{out[0], out[1], out[2]}), want);
+                white += inside ? 1 : 0;
+            }
+        }
+        QVERIFY(white > 0);
+        QCOMPARE(long(w.controller().analysis().roiCensus.totalPixelCount), white);
+
+        const QPoint away = sg->toWidget({250, 5}).toPoint();
+        QTest::mouseClick(sg, Qt::LeftButton, Qt::NoModifier, away);
+        QCOMPARE(w.ui().roiPreview->picture().bitmap, plain.bitmap);
+        QCOMPARE(w.ui().pixelCountROITotal->text(), QString("--"));
+    }
+
+    // A file dropped on the image is opened like any other.
+    void droppedFileOpens() {
+        MainWindow w;
+        w.show();
+        QSignalSpy finished(&w, &MainWindow::openFinished);
+        QMimeData data;
+        data.setUrls({QUrl::fromLocalFile(kSample)});
+        const Qt::DropActions allowed = Qt::CopyAction | Qt::LinkAction;
+        QDragEnterEvent enter(QPoint(20, 20), allowed, &data, Qt::LeftButton, Qt::NoModifier);
+        QDropEvent drop(QPointF(20, 20), allowed, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(w.ui().roiPreview, &enter);
+        QApplication::sendEvent(w.ui().roiPreview, &drop);
+        QVERIFY(finished.wait(30000));
+        QCOMPARE(w.ui().xyAxisPixelCountText->text(), QString("196262"));
     }
 
     // A pasted picture is analysed like an opened one, without a file.
