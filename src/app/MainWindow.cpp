@@ -15,6 +15,7 @@
 #include <QMimeData>
 #include <QProgressDialog>
 #include <QPushButton>
+#include <QScreen>
 #include <QSettings>
 #include <QTimer>
 #include <QUrl>
@@ -122,10 +123,13 @@ MainWindow::MainWindow(QWidget* parent)
     ui_->selectionToolPopupMenu->addItems(
         {tr("Rectangle"), tr("Oval"), tr("Polygon"), tr("Lasso")});
     ui_->scatterGramGraph->setRegionView(&controller_->scatterGramGraph());
-    // One screen pixel per level, so that the panel fits a 1366 x 768 screen; the bars run
-    // along the picture's edges.
-    ui_->scatterGramGraph->setFixedSize(ui_->scatterGramGraph->minimumSizeHint());
-    const int side = kScatterGramSize;
+    // Two screen pixels per level where the screen is tall enough for them beside the results,
+    // otherwise one, so that the window fits a 1366 x 768 screen; the bars run along the
+    // picture's edges.
+    const bool roomy = screen() != nullptr && screen()->availableGeometry().height() >= 1000;
+    ScatterGramWidget* graph = ui_->scatterGramGraph;
+    graph->setFixedSize(roomy ? graph->sizeHint() : graph->minimumSizeHint());
+    const int side = kScatterGramSize * graph->zoom();
     for (QLabel* bar : {ui_->yBar1, ui_->yBar2}) {
         bar->setFixedSize(8, side);
     }
@@ -158,7 +162,10 @@ MainWindow::MainWindow(QWidget* parent)
     recentFiles_ = settings.value("recentFiles").toStringList();
     rebuildRecentMenu();
     if (!restoreGeometry(settings.value("mainWindow/geometry").toByteArray())) {
-        resize(1340, 740);
+        // Most of the screen, but never less than the controls need beside a picture.
+        const QSize room =
+            screen() != nullptr ? screen()->availableGeometry().size() * 0.85 : QSize(1340, 720);
+        resize(room.expandedTo(QSize(1340, 720)));
     }
     if (!ui_->splitter->restoreState(settings.value("mainWindow/splitter").toByteArray())) {
         // Once laid out, the controls get their natural width and the picture the rest.
