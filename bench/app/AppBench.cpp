@@ -1,0 +1,283 @@
+// The desktop program's interactions on large pictures, in a window shown on the offscreen
+// platform: a region drawn on the scatter gram, a drag in continuous mode, and a repaint of the
+// image view. Each time prints against the 16 ms of a frame, at 64 MP against the same
+// interaction at 1 MP, and the repaint against painting one view-sized picture, all measured
+// in the same run.
+#include <benchmark/benchmark.h>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QStandardPaths>
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "BenchImages.h"
+#include "app/MainWindow.h"
+#include "ui_MainWindow.h"
+
+namespace {
+
+using pv::app::MainWindow;
+using pv::app::ScatterGramWidget;
+
+constexpr double kFrameMs = 16.0;
+
+// One window per size, sized as on a small laptop screen, with the oval tool picked.
+std::map<int, std::unique_ptr<MainWindow>>& windows() {
+    static std::map<int, std::unique_ptr<MainWindow>> all;
+    return all;
+}
+
+MainWindow& windowWith(int megapixels) {
+    std::unique_ptr<MainWindow>& w = windows()[megapixels];
+    if (!w) {
+        w = std::make_unique<MainWindow>();
+        w->resize(1340, 720);
+        w->show();
+        // A fresh picture rather than a copy of the cached one: the window keeps it.
+        pv::bench::BenchImage image = pv::bench::makeFluorescenceImage(megapixels);
+        w->controller().takePictureFromView(pv::Picture::at72dpi(std::move(image.bitmap)),
+                                            std::nullopt);
+        w->ui().roiPreview->zoomToFit();
+        w->ui().selectionToolPopupMenu->setCurrentIndex(1);
+        emit w->ui().selectionToolPopupMenu->activated(1);
+        QApplication::processEvents();
+    }
+    return *w;
+}
+
+// A mouse event at a scatter-gram point, on the screen pixel a user would point at.
+void sendMouse(ScatterGramWidget* graph, QEvent::Type type, QPointF point, Qt::MouseButtons held) {
+    const QPointF at = graph->toWidget(point).toPoint();
+    const Qt::MouseButton button = type == QEvent::MouseMove ? Qt::NoButton : Qt::LeftButton;
+    QMouseEvent event(type, at, graph->mapToGlobal(at), button, held, Qt::NoModifier);
+    QApplication::sendEvent(graph, &event);
+}
+
+template <typename Work>
+double secondsOf(Work&& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// A click outside every oval below: the region goes, and its fields read "--".
+void clearRegion(ScatterGramWidget* graph) {
+    sendMouse(graph, QEvent::MouseButtonPress, {250, 5}, Qt::LeftButton);
+    sendMouse(graph, QEvent::MouseButtonRelease, {250, 5}, Qt::NoButton);
+    QApplication::processEvents();
+}
+
+struct Drag {
+    QPointF from;
+    QPointF to;
+};
+// Each starts outside the other's box, so that its press draws a new oval instead of moving
+// the last one.
+const Drag kOvals[2] = {{{40, 30}, {200, 190}}, {{230, 220}, {70, 50}}};
+
+// Times `act(0)`, `act(1)`, `act(0)`, ... (each returns its own timed seconds), once it has
+// seen, untimed, that each of the two gives `field` a new text.
+template <typename Act>
+void timeAlternately(benchmark::State& state, const QLabel* field, Act act) {
+    const QString before = field->text();
+    act(0);
+    const QString first = field->text();
+    act(1);
+    if (first == before || field->text() == first) {
+        state.SkipWithError("the field did not change: nothing was recounted");
+        return;
+    }
+    int n = 0;
+    for (auto _ : state) {
+        state.SetIterationTime(act(n));
+        n = 1 - n;
+    }
+}
+
+// The release that ends an oval: the recount and the new field texts happen within it.
+// Untimed, or timed too when `painted`: the repaint it asks for, until the window shows them.
+void mouseUp(benchmark::State& state, bool painted) {
+    MainWindow& w = windowWith(int(state.range(0)));
+    ScatterGramWidget* graph = w.ui().scatterGramGraph;
+    clearRegion(graph);
+    timeAlternately(state, w.ui().pixelCountROITotal, [&](int k) {
+        sendMouse(graph, QEvent::MouseButtonPress, kOvals[k].from, Qt::LeftButton);
+        sendMouse(graph, QEvent::MouseMove, kOvals[k].to, Qt::LeftButton);
+        const double seconds = secondsOf(
+            [&] { sendMouse(graph, QEvent::MouseButtonRelease, kOvals[k].to, Qt::NoButton); });
+        const double repaint = secondsOf([] { QApplication::processEvents(); });
+        return painted ? seconds + repaint : seconds;
+    });
+}
+
+void BM_ScatterGramMouseUp(benchmark::State& state) {
+    mouseUp(state, false);
+}
+void BM_ScatterGramMouseUpPainted(benchmark::State& state) {
+    mouseUp(state, true);
+}
+
+// One step of a drag in continuous mode, where every step recounts the region.
+void BM_ContinuousDrag(benchmark::State& state) {
+    MainWindow& w = windowWith(int(state.range(0)));
+    ScatterGramWidget* graph = w.ui().scatterGramGraph;
+    w.ui().continuousCheckBox->setChecked(true);
+    clearRegion(graph);
+    const QPointF ends[2] = {{200, 190}, {180, 215}};
+    sendMouse(graph, QEvent::MouseButtonPress, {40, 30}, Qt::LeftButton);
+    timeAlternately(state, w.ui().pixelCountROITotal, [&](int k) {
+        const double seconds =
+            secondsOf([&] { sendMouse(graph, QEvent::MouseMove, ends[k], Qt::LeftButton); });
+        QApplication::processEvents();
+        return seconds;
+    });
+    sendMouse(graph, QEvent::MouseButtonRelease, ends[0], Qt::NoButton);
+    w.ui().continuousCheckBox->setChecked(false);
+    QApplication::processEvents();
+}
+
+class PaintCounter : public QObject {
+  public:
+    int paints = 0;
+
+  protected:
+    bool eventFilter(QObject*, QEvent* event) override {
+        paints += event->type() == QEvent::Paint ? 1 : 0;
+        return false;
+    }
+};
+
+// The image view painted again at fit zoom, as when a window over it moves away.
+void BM_ImageViewRepaint(benchmark::State& state) {
+    MainWindow& w = windowWith(int(state.range(0)));
+    pv::app::ImageView* view = w.ui().roiPreview;
+    PaintCounter counter;
+    view->installEventFilter(&counter);
+    view->repaint();
+    view->removeEventFilter(&counter);
+    if (counter.paints == 0 || !view->fitsToView()) {
+        state.SkipWithError("the view did not paint at fit zoom");
+        return;
+    }
+    state.SetLabel(std::to_string(view->width()) + "x" + std::to_string(view->height()) + " view");
+    for (auto _ : state) {
+        view->repaint();
+    }
+}
+
+// What any repaint of that view costs at the least: one view-sized picture drawn and shown.
+class PlainPicture : public QWidget {
+  public:
+    explicit PlainPicture(QSize size) : image_(size, QImage::Format_RGB32) {
+        image_.fill(QColor(90, 40, 20));
+        resize(size);
+    }
+
+  protected:
+    void paintEvent(QPaintEvent*) override { QPainter(this).drawImage(0, 0, image_); }
+
+  private:
+    QImage image_;
+};
+
+void BM_ViewSizedPaint(benchmark::State& state) {
+    PlainPicture plain(windowWith(1).ui().roiPreview->size());
+    plain.show();
+    QApplication::processEvents();
+    for (auto _ : state) {
+        plain.repaint();
+    }
+}
+
+// "BM_Name/64/manual_time" -> {"BM_Name", "64"}.
+std::pair<std::string, std::string> nameAndSize(const std::string& name) {
+    const auto slash = name.find('/');
+    if (slash == std::string::npos) {
+        return {name, {}};
+    }
+    return {name.substr(0, slash), name.substr(slash + 1, name.find('/', slash + 1) - slash - 1)};
+}
+
+class FrameReporter : public benchmark::ConsoleReporter {
+  public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
+                const double ms = run.GetAdjustedRealTime() /
+                                  benchmark::GetTimeUnitMultiplier(run.time_unit) * 1e3;
+                times_.emplace_back(run.benchmark_name(), ms);
+            }
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+
+    void printRatios() const {
+        std::map<std::string, double> oneMegapixel;
+        double plainPaint = 0;
+        for (const auto& [name, ms] : times_) {
+            const auto [base, size] = nameAndSize(name);
+            if (size == "1") {
+                oneMegapixel[base] = ms;
+            }
+            if (base == "BM_ViewSizedPaint") {
+                plainPaint = ms;
+            }
+        }
+        std::printf(
+            "\nTime / 16 ms frame; time / the same at 1 MP; repaint / BM_ViewSizedPaint:\n");
+        for (const auto& [name, ms] : times_) {
+            const auto [base, size] = nameAndSize(name);
+            std::printf("  %-46s %8.3f ms %7.3fx frame", name.c_str(), ms, ms / kFrameMs);
+            const auto one = oneMegapixel.find(base);
+            if (size != "1" && one != oneMegapixel.end() && one->second > 0) {
+                std::printf(" %7.2fx 1 MP", ms / one->second);
+            }
+            if (base == "BM_ImageViewRepaint" && plainPaint > 0) {
+                std::printf(" %7.2fx plain paint", ms / plainPaint);
+            }
+            std::printf("\n");
+        }
+    }
+
+  private:
+    std::vector<std::pair<std::string, double>> times_;
+};
+
+}  // namespace
+
+BENCHMARK(BM_ScatterGramMouseUp)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseManualTime();
+BENCHMARK(BM_ScatterGramMouseUpPainted)
+    ->Arg(1)
+    ->Arg(64)
+    ->Unit(benchmark::kMillisecond)
+    ->UseManualTime();
+BENCHMARK(BM_ContinuousDrag)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseManualTime();
+BENCHMARK(BM_ImageViewRepaint)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ViewSizedPaint)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QApplication app(argc, argv);
+    QStandardPaths::setTestModeEnabled(true);  // leave the user's settings alone
+    FrameReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.printRatios();
+    windows().clear();  // while the application still exists
+    benchmark::Shutdown();
+    return 0;
+}
