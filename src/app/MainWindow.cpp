@@ -153,6 +153,16 @@ MainWindow::MainWindow(QWidget* parent)
 
     connectControls();
     connectMenus();
+    // Tab goes through the controls in the order of the road of one image.
+    const QList<QWidget*> order = {
+        ui_->roiPreview,         ui_->channelsPopupMenu, ui_->selectionToolPopupMenu,
+        ui_->continuousCheckBox, ui_->checkbox_Rr,       ui_->checkbox_R,
+        ui_->checkbox_k1,        ui_->checkbox_m1,       ui_->calculateCoefficientButton,
+        ui_->selectAllButton,    ui_->clearAllButton,    ui_->calculateROIButton,
+        ui_->reflectROIButton,   ui_->backgroundButton,  ui_->saveButton};
+    for (qsizetype i = 1; i < order.size(); ++i) {
+        QWidget::setTabOrder(order[i - 1], order[i]);
+    }
 
     controller_->awakeFromNib();
     controller_->applicationDidFinishLaunching();
