@@ -184,8 +184,6 @@ MainWindow::MainWindow(QWidget* parent)
             ui_->splitter->setSizes({std::max(200, ui_->splitter->width() - panel), panel});
         });
     }
-    updateWindowTitle();
-    showStatus();
 }
 
 MainWindow::~MainWindow() = default;
@@ -233,8 +231,6 @@ void MainWindow::connectControls() {
             [this](const QString& path) { openFile(path); });
     connect(u.roiPreview, &ImageView::pictureDropped, this, [this](const QImage& image) {
         controller_->takePictureFromView(pictureOf(image), std::nullopt);
-        updateWindowTitle();
-        showStatus();
     });
     connect(u.roiPreview, &ImageView::hovered, this, [this](int x, int y, QRgb rgb) {
         hoverStatus_->setText(x < 0 ? QString()
@@ -336,9 +332,6 @@ void MainWindow::openFile(const QString& path) {
         }
         const bool opened = controller_->openReadPicture(path.toStdString(), *read).ok();
         ui_->roiPreview->zoomToFit();  // a new file is seen whole first
-        updateWindowTitle();
-        showStatus();
-        validateMenus();
         emit openFinished(opened);
     });
     const std::string file = path.toStdString();
@@ -404,9 +397,6 @@ void MainWindow::pastePicture() {
         return;
     }
     controller_->takePictureFromView(pictureOf(image), std::nullopt);
-    updateWindowTitle();
-    showStatus();
-    validateMenus();
 }
 
 void MainWindow::refreshControls() {
@@ -483,7 +473,10 @@ void MainWindow::refreshControls() {
     u.checkbox_k1->setChecked(boxes.checkbox_k1);
     u.checkbox_m1->setChecked(boxes.checkbox_m1);
     u.channelsPopupMenu->setCurrentIndex(popupIndexForRGBCombo(controller_->analysis().rgbCombo));
+    // The picture and its file may have changed with the action too.
     validateMenus();
+    updateWindowTitle();
+    showStatus();
 }
 
 void MainWindow::showColorBars(const std::array<std::string_view, 4>& names) {
