@@ -57,27 +57,18 @@ class MainWindow::Port : public ControllerPort {
     }
     void refreshControls() override { w_.refreshControls(); }
 
-    void askBackgroundCorrectionWarning() override {
-        w_.askQuestion(
-            QObject::tr("Background Not Corrected"),
-            QObject::tr("The background of this image has not been corrected. Coefficients of an "
-                        "uncorrected image count its background as signal."),
-            {{QObject::tr("Calculate Anyway"), 1},
-             {QObject::tr("Correct Background…"), -1},
-             {QObject::tr("Help"), 0}},
-            1, [this](int tag) {
-                if (const auto answer = backgroundWarningAnswerForTag(tag)) {
-                    w_.controller_->colocalizationWarningSheetDidEnd(*answer);
-                }
-            });
+    void askBackgroundCorrectionWarning(const WarningQuestion& q) override {
+        w_.askQuestion(q, [this](int code) {
+            if (const auto answer = backgroundWarningAnswerForTag(code)) {
+                w_.controller_->colocalizationWarningSheetDidEnd(*answer);
+            }
+        });
     }
     void askScatterGramWarning(const WarningQuestion& q) override {
-        w_.askQuestion(toQString(q.title), toQString(q.message),
-                       {{toQString(q.defaultButton), 1}, {toQString(q.alternateButton), 0}}, 1,
-                       [this](int code) {
-                           w_.controller_->colocalizationScatterGramWarningSheetDidEnd(
-                               scatterGramWarningAnswerForReturnCode(code));
-                       });
+        w_.askQuestion(q, [this](int code) {
+            w_.controller_->colocalizationScatterGramWarningSheetDidEnd(
+                scatterGramWarningAnswerForReturnCode(code));
+        });
     }
     void scatterGramNeedsDisplay() override { w_.ui_->scatterGramGraph->update(); }
     void setFocusForPasting(bool) override {}
@@ -491,18 +482,22 @@ void MainWindow::showColorBars(const std::array<std::string_view, 4>& names) {
     }
 }
 
-void MainWindow::askQuestion(const QString& title, const QString& text,
-                             const std::vector<std::pair<QString, int>>& buttons, int defaultAnswer,
-                             const std::function<void(int)>& answered) {
+void MainWindow::askQuestion(const WarningQuestion& q, const std::function<void(int)>& answered) {
     // Window-modal and without a nested event loop: the answer arrives through finished().
-    auto* box = new QMessageBox(QMessageBox::Warning, title, text, QMessageBox::NoButton, this);
+    auto* box = new QMessageBox(QMessageBox::Warning, toQString(q.title), toQString(q.message),
+                                QMessageBox::NoButton, this);
     box->setWindowModality(Qt::WindowModal);
     box->setAttribute(Qt::WA_DeleteOnClose);
+    const std::pair<const std::string*, int> buttons[] = {
+        {&q.defaultButton, 1}, {&q.otherButton, -1}, {&q.alternateButton, 0}};
     std::vector<std::pair<QAbstractButton*, int>> answers;
     for (const auto& [label, answer] : buttons) {
-        QPushButton* button = box->addButton(label, QMessageBox::ActionRole);
+        if (label->empty()) {
+            continue;
+        }
+        QPushButton* button = box->addButton(toQString(*label), QMessageBox::ActionRole);
         answers.emplace_back(button, answer);
-        if (answer == defaultAnswer) {
+        if (answer == 1) {
             box->setDefaultButton(button);
         }
     }

@@ -53,9 +53,8 @@ class MainWindow : public QMainWindow {
     void connectMenus();
     void refreshControls();
     void showColorBars(const std::array<std::string_view, 4>& names);
-    void askQuestion(const QString& title, const QString& text,
-                     const std::vector<std::pair<QString, int>>& buttons, int defaultAnswer,
-                     const std::function<void(int)>& answered);
+    // Puts the question as a window-modal message box; `answered` gets the button's code.
+    void askQuestion(const WarningQuestion& q, const std::function<void(int)>& answered);
     void showMessage(const QString& title, const QString& text);
     void validateMenus();
     void noteRecentFile(const QString& path);

@@ -29,7 +29,7 @@ using namespace pv;
 // A front end that answers the background question later and collects what would be shown.
 class BatchPort : public NullControllerPort {
   public:
-    void askBackgroundCorrectionWarning() override { warningAsked = true; }
+    void askBackgroundCorrectionWarning(const WarningQuestion&) override { warningAsked = true; }
     void askScatterGramWarning(const WarningQuestion&) override { scatterGramWarningAsked = true; }
     void logMessage(std::string_view message) override { log.emplace_back(message); }
 
@@ -97,7 +97,8 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
         cli::drawRegion(controller, *o.region);
         controller.calculateROINow();
         if (port.scatterGramWarningAsked) {
-            controller.colocalizationScatterGramWarningSheetDidEnd(ScatterGramWarningAnswer::Calculate);
+            controller.colocalizationScatterGramWarningSheetDidEnd(
+                ScatterGramWarningAnswer::Calculate);
         }
         if (o.reveal) {
             controller.reflectWhitePixels();

@@ -10,12 +10,13 @@
 
 namespace pv {
 
-// A warning with two answers, put to the user as a question.
+// A warning put to the user as a question with two or three answers.
 struct WarningQuestion {
     std::string title;
     std::string message;
     std::string defaultButton;    // answered with return code 1
     std::string alternateButton;  // answered with return code 0
+    std::string otherButton;      // answered with return code -1; none when empty
 };
 
 // Answers to the background-correction warning; the numbers are the tags of its buttons.
@@ -46,8 +47,8 @@ class ControllerPort {
     virtual void refreshControls() = 0;
 
     // Ask the background-correction question; the answer comes back through
-    // colocalizationWarningSheetDidEnd.
-    virtual void askBackgroundCorrectionWarning() = 0;
+    // colocalizationWarningSheetDidEnd, with the button's return code as its tag.
+    virtual void askBackgroundCorrectionWarning(const WarningQuestion&) = 0;
     // Ask the scatter-gram background question; the answer comes back through
     // colocalizationScatterGramWarningSheetDidEnd.
     virtual void askScatterGramWarning(const WarningQuestion&) = 0;
@@ -75,7 +76,7 @@ class NullControllerPort : public ControllerPort {
     void showScatterGram(const Picture&) override {}
     void showColorBars(const std::array<std::string_view, 4>&) override {}
     void refreshControls() override {}
-    void askBackgroundCorrectionWarning() override {}
+    void askBackgroundCorrectionWarning(const WarningQuestion&) override {}
     void askScatterGramWarning(const WarningQuestion&) override {}
     void scatterGramNeedsDisplay() override {}
     void setFocusForPasting(bool) override {}

@@ -12,6 +12,17 @@
 
 namespace pv {
 
+namespace {
+
+// Both warnings say the same: the coefficients of an uncorrected image count its background.
+std::string backgroundWarningText() {
+    return tr(
+        "Before running the colocalization calculations the background should first be "
+        "corrected.");
+}
+
+}  // namespace
+
 std::optional<BackgroundWarningAnswer> backgroundWarningAnswerForTag(int tag) {
     switch (tag) {
         case -1:
@@ -243,7 +254,13 @@ void PixmeraVeltroController::calculateCoefficientsNow() {
         calculateCoefficients();
         return;
     }
-    port_.askBackgroundCorrectionWarning();
+    // The button order follows the tags: 1 calculates, 0 opens help, -1 corrects first.
+    port_.askBackgroundCorrectionWarning(
+        WarningQuestion{.title = tr("Warning"),
+                        .message = backgroundWarningText(),
+                        .defaultButton = tr("Calculate Anyway"),
+                        .alternateButton = tr("Help"),
+                        .otherButton = tr("Correct Background...")});
 }
 
 void PixmeraVeltroController::colocalizationWarningSheetDidEnd(BackgroundWarningAnswer answer) {
@@ -367,11 +384,11 @@ void PixmeraVeltroController::calculateROINow() {
         calculateROI();
         return;
     }
-    port_.askScatterGramWarning(WarningQuestion{
-        tr("Warning"),
-        tr("Before running the colocalization calculations the background should first be "
-           "corrected."),
-        tr("Calculate"), tr("Background...")});
+    port_.askScatterGramWarning(WarningQuestion{.title = tr("Warning"),
+                                                .message = backgroundWarningText(),
+                                                .defaultButton = tr("Calculate"),
+                                                .alternateButton = tr("Background..."),
+                                                .otherButton = {}});
 }
 
 void PixmeraVeltroController::colocalizationScatterGramWarningSheetDidEnd(

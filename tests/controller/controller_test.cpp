@@ -21,7 +21,9 @@ struct RecordingPort : NullControllerPort {
         colorBars.assign(names.begin(), names.end());
     }
     void refreshControls() override { ++refreshes; }
-    void askBackgroundCorrectionWarning() override { ++warnings; }
+    void askBackgroundCorrectionWarning(const WarningQuestion& q) override {
+        backgroundWarnings.push_back(q);
+    }
     void performBackgroundCorrection() override { ++backgroundRequests; }
     void showHelpPage(std::string_view page) override { helpPages.emplace_back(page); }
     void showError(const Error& e) override { errors.push_back(e.message()); }
@@ -35,7 +37,7 @@ struct RecordingPort : NullControllerPort {
     Picture scatterGram;
     std::vector<std::string> colorBars;
     int refreshes = 0;
-    int warnings = 0;
+    std::vector<WarningQuestion> backgroundWarnings;
     int backgroundRequests = 0;
     std::vector<std::string> helpPages;
     std::vector<std::string> errors;
@@ -98,7 +100,19 @@ TEST_F(ControllerTest, ReferenceExampleReportComesOutByteForByte) {
     EXPECT_FALSE(controller.buttons().saveButton);
 
     controller.calculateCoefficientsNow();
-    ASSERT_EQ(port.warnings, 1);  // not background-corrected: the question comes first
+    // Not background-corrected: the question comes first, answered through its tags.
+    ASSERT_EQ(port.backgroundWarnings.size(), 1u);
+    const WarningQuestion& q = port.backgroundWarnings[0];
+    EXPECT_EQ(q.title, "Warning");
+    EXPECT_EQ(q.message,
+              "Before running the colocalization calculations the background should first be "
+              "corrected.");
+    EXPECT_EQ(backgroundWarningAnswerForTag(1), BackgroundWarningAnswer::CalculateAnyway);
+    EXPECT_EQ(q.defaultButton, "Calculate Anyway");
+    EXPECT_EQ(backgroundWarningAnswerForTag(0), BackgroundWarningAnswer::Help);
+    EXPECT_EQ(q.alternateButton, "Help");
+    EXPECT_EQ(backgroundWarningAnswerForTag(-1), BackgroundWarningAnswer::CorrectFirst);
+    EXPECT_EQ(q.otherButton, "Correct Background...");
     EXPECT_EQ(controller.fields().coefficient_Rr, "");
     controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
     EXPECT_TRUE(controller.buttons().saveButton);
@@ -181,7 +195,7 @@ TEST_F(ControllerTest, EachCheckboxSettingShowsNDInExactlyItsFields) {
         }
         EXPECT_EQ(shown, want) << "check boxes " << ticks;
     }
-    EXPECT_EQ(port.warnings, 16);
+    EXPECT_EQ(port.backgroundWarnings.size(), 16u);
 }
 
 TEST_F(ControllerTest, ChangingThePairRelabelsAndRecountsButKeepsTheCensus) {
@@ -400,7 +414,7 @@ TEST_F(ControllerTest, BackgroundCorrectionFromTheWindowsControlsAndRestore) {
     // Corrected: Calculate asks nothing.
     controller.calculateCoefficientsNow();
     controller.calculateROINow();
-    EXPECT_EQ(port.warnings, 0);
+    EXPECT_TRUE(port.backgroundWarnings.empty());
     EXPECT_TRUE(port.scatterGramWarnings.empty());
     EXPECT_TRUE(controller.buttons().saveButton);
 
