@@ -15,6 +15,7 @@
 #include <QMimeData>
 #include <QProgressDialog>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <QScreen>
 #include <QSettings>
 #include <QTimer>
@@ -114,19 +115,6 @@ MainWindow::MainWindow(QWidget* parent)
     ui_->selectionToolPopupMenu->addItems(
         {tr("Rectangle"), tr("Oval"), tr("Polygon"), tr("Lasso")});
     ui_->scatterGramGraph->setRegionView(&controller_->scatterGramGraph());
-    // Two screen pixels per level where the screen is tall enough for them beside the results,
-    // otherwise one, so that the window fits a 1366 x 768 screen; the bars run along the
-    // picture's edges.
-    const bool roomy = screen() != nullptr && screen()->availableGeometry().height() >= 1000;
-    ScatterGramWidget* graph = ui_->scatterGramGraph;
-    graph->setFixedSize(roomy ? graph->sizeHint() : graph->minimumSizeHint());
-    const int side = kScatterGramSize * graph->zoom();
-    for (QLabel* bar : {ui_->yBar1, ui_->yBar2}) {
-        bar->setFixedSize(8, side);
-    }
-    for (QLabel* bar : {ui_->xBar1, ui_->xBar2}) {
-        bar->setFixedSize(side, 8);
-    }
     // The controls keep their natural width; the picture takes what the window has left.
     ui_->controlsPanel->setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Preferred);
     ui_->scatterGramBox->setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Maximum);
@@ -141,6 +129,15 @@ MainWindow::MainWindow(QWidget* parent)
                        static_cast<QWidget*>(ui_->xAxisColorText)}) {
         ui_->scatterGramLayout->setAlignment(w, Qt::AlignHCenter);
     }
+
+    // The room a 2x scatter gram needs beside a picture, measured once; the window itself may
+    // always shrink to what the 1x layout needs.
+    ensurePolished();  // the style's margins count
+    setScatterGramZoom(2);
+    controlsAt2x_ = ui_->controlsPanel->minimumSizeHint();
+    setScatterGramZoom(1);
+    setMinimumSize(minimumSizeHint());
+    ui_->splitter->installEventFilter(this);
 
     connectControls();
     connectMenus();
@@ -178,6 +175,53 @@ MainWindow::MainWindow(QWidget* parent)
 }
 
 MainWindow::~MainWindow() = default;
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event) {
+    // The splitter is resized once the window's layout has placed it for a new window size.
+    // Two screen pixels per level when the controls fit at that zoom beside a picture of
+    // useful width, otherwise one.
+    if (watched == ui_->splitter && event->type() == QEvent::Resize) {
+        constexpr int kPictureWidth = 400;
+        const QSize room = static_cast<QResizeEvent*>(event)->size();
+        const bool roomy =
+            room.height() >= controlsAt2x_.height() &&
+            room.width() >= controlsAt2x_.width() + ui_->splitter->handleWidth() + kPictureWidth;
+        setScatterGramZoom(roomy ? 2 : 1);
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void MainWindow::setScatterGramZoom(int zoom) {
+    ScatterGramWidget* graph = ui_->scatterGramGraph;
+    const QSize size = zoom == 2 ? graph->sizeHint() : graph->minimumSizeHint();
+    if (graph->size() == size && graph->minimumSize() == size) {
+        return;
+    }
+    graph->setFixedSize(size);
+    // The bars run along the picture's edges.
+    const int side = kScatterGramSize * zoom;
+    for (QLabel* bar : {ui_->yBar1, ui_->yBar2}) {
+        bar->setFixedSize(8, side);
+    }
+    for (QLabel* bar : {ui_->xBar1, ui_->xBar2}) {
+        bar->setFixedSize(side, 8);
+    }
+    // Nested layouts keep their measures until told, and the window measures through them.
+    for (QWidget* w = graph->parentWidget(); w != nullptr; w = w->parentWidget()) {
+        if (QLayout* layout = w->layout()) {
+            for (QLayout* nested : layout->findChildren<QLayout*>()) {
+                nested->invalidate();
+            }
+            layout->invalidate();
+        }
+        w->updateGeometry();
+    }
+    // The controls take their natural width at the new zoom; the picture the rest.
+    if (isVisible()) {
+        const int panel = ui_->controlsPanel->minimumSizeHint().width();
+        ui_->splitter->setSizes({std::max(0, ui_->splitter->width() - panel), panel});
+    }
+}
 
 void MainWindow::closeEvent(QCloseEvent* event) {
     QSettings settings;

@@ -44,11 +44,14 @@ class MainWindow : public QMainWindow {
 
   protected:
     void closeEvent(QCloseEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
     class Port;
     friend class Port;
 
+    // 1 or 2 screen pixels per intensity level, with the colour bars to match.
+    void setScatterGramZoom(int zoom);
     void connectControls();
     void connectMenus();
     void refreshControls();
@@ -75,6 +78,7 @@ class MainWindow : public QMainWindow {
     bool readCancelled_ = false;
     QLabel* imageStatus_ = nullptr;
     QLabel* hoverStatus_ = nullptr;
+    QSize controlsAt2x_;  // the controls' minimum size with a 2x scatter gram
 };
 
 }  // namespace pv::app

@@ -1,3 +1,4 @@
+#include <QAccessible>
 #include <QCheckBox>
 #include <QClipboard>
 #include <QComboBox>
@@ -15,6 +16,7 @@
 #include <array>
 
 #include "app/MainWindow.h"
+#include "background/BackgroundCorrection.h"
 #include "ui_MainWindow.h"
 
 using pv::app::MainWindow;
@@ -43,6 +45,16 @@ void answer(MainWindow& w, const QString& text) {
     QFAIL(qPrintable("no button " + text));
 }
 
+QList<QWidget*> visibleWindows() {
+    QList<QWidget*> shown;
+    for (QWidget* t : QApplication::topLevelWidgets()) {
+        if (t->isVisible()) {
+            shown << t;
+        }
+    }
+    return shown;
+}
+
 }  // namespace
 
 class MainWindowTest : public QObject {
@@ -69,9 +81,12 @@ class MainWindowTest : public QObject {
         QVERIFY(w.windowTitle().startsWith("sample-cells.tif"));
     }
 
-    void changingThePairRelabels() {
+    // A new pair relabels the axes, redraws the bars and recounts the classes, as a count over
+    // the picture's pixels says.
+    void changingThePairRedrawsBarsLabelsAndCounts() {
         MainWindow w;
         QVERIFY(open(w, kSample));
+        const QImage barBefore = w.ui().yBar1->pixmap().toImage();
         QComboBox* pairs = w.ui().channelsPopupMenu;
         QCOMPARE(pairs->count(), 8);  // six pairs, two separators
         pairs->setCurrentIndex(6);
@@ -79,28 +94,119 @@ class MainWindowTest : public QObject {
         QCOMPARE(w.ui().yAxisColorText->text(), QString("Blue"));
         QCOMPARE(w.ui().xAxisColorText->text(), QString("Red"));
         QCOMPARE(w.ui().xyAxisPixelColorText->text(), QString("Magenta:"));
+        QVERIFY(w.ui().yBar1->pixmap().toImage() != barBefore);
+
+        // A class counts a pixel only where the third channel (green) is 0.
+        const pv::Picture p = w.controller().currentDisplayedImage();
+        long yOnly = 0, xOnly = 0, both = 0;
+        for (int r = 0; r < p.pixelsHigh(); ++r) {
+            const std::uint8_t* px = p.bitmap->row(0, r);
+            for (int c = 0; c < p.pixelsWide(); ++c, px += 3) {
+                const int red = px[0], green = px[1], blue = px[2];
+                if (green == 0) {
+                    yOnly += blue > 0 && red == 0;
+                    xOnly += red > 0 && blue == 0;
+                    both += blue > 0 && red > 0;
+                }
+            }
+        }
+        QCOMPARE(w.ui().yAxisPixelCountText->text(), QString::number(yOnly));
+        QCOMPARE(w.ui().xAxisPixelCountText->text(), QString::number(xOnly));
+        QCOMPARE(w.ui().xyAxisPixelCountText->text(), QString::number(both));
     }
 
-    // Calculate asks first; each answer does what it says.
-    void calculateAsksAboutTheBackground() {
-        MainWindow w;
-        QVERIFY(open(w, kSample));
-        QTest::mouseClick(w.ui().calculateCoefficientButton, Qt::LeftButton);
-        QVERIFY(w.openQuestion() != nullptr);
-        QCOMPARE(w.openQuestion()->buttons().size(), 3);
-        QCOMPARE(w.ui().coefficient_Rr->text(), QString());
-        answer(w, "Calculate Anyway");
-        QCOMPARE(w.ui().coefficient_Rr->text(), QString("0.2570"));
-        QCOMPARE(w.ui().coefficient_k2->text(), QString("0.4835"));
-        QVERIFY(w.ui().saveButton->isEnabled());
+    // Each answer to Calculate's background question does what it says: calculate, or open
+    // the background correction or the help, calculating nothing.
+    void calculatesQuestionHasThreeAnswers() {
+        const QString answers[] = {"Calculate Anyway", "Correct Background...", "Help"};
+        for (const QString& text : answers) {
+            MainWindow w;
+            w.show();
+            QVERIFY(open(w, kSample));
+            const auto windowsBefore = visibleWindows();
+            QTest::mouseClick(w.ui().calculateCoefficientButton, Qt::LeftButton);
+            QVERIFY(w.openQuestion() != nullptr);
+            QCOMPARE(w.openQuestion()->windowTitle(), QString("Warning"));
+            QCOMPARE(w.openQuestion()->buttons().size(), 3);
+            answer(w, text);
+            QVERIFY(w.openQuestion() == nullptr);
+            const bool calculated = text == answers[0];
+            QCOMPARE(w.ui().coefficient_Rr->text(), calculated ? QString("0.2570") : QString());
+            QCOMPARE(w.ui().saveButton->isEnabled(), calculated);
+            // Whatever window the other answers open, one opens.
+            QTRY_VERIFY(calculated || visibleWindows().size() > windowsBefore.size());
+        }
+    }
 
-        // An unticked box shows ND after the next Calculate.
-        QTest::mouseClick(w.ui().checkbox_k1, Qt::LeftButton);
-        QTest::mouseClick(w.ui().calculateCoefficientButton, Qt::LeftButton);
-        answer(w, "Calculate Anyway");
-        QCOMPARE(w.ui().coefficient_k1->text(), QString("ND"));
-        QCOMPARE(w.ui().coefficient_k2->text(), QString("ND"));
-        QCOMPARE(w.ui().coefficient_m1->text(), QString("1.0000"));
+    // Commands that need a picture are enabled once there is one; Restore Original only while
+    // the picture is background-corrected.
+    void menuStatesFollowThePicture() {
+        MainWindow w;
+        Ui::MainWindow& u = w.ui();
+        const auto states = [&u] {
+            QString s;
+            for (QAction* a :
+                 {u.actionOpen, u.actionPaste, u.actionQuit, u.actionImageInfo, u.actionBackground,
+                  u.actionRestore, u.actionPageSetup, u.actionPrint, u.actionAbout}) {
+                s += a->isEnabled() ? '1' : '0';
+            }
+            return s;
+        };
+        QCOMPARE(states(), QString("111000001"));
+        QVERIFY(open(w, kSample));
+        QCOMPARE(states(), QString("111110111"));
+        pv::BackgroundControls controls;  // automatic, first preset row
+        controls.channelItem = 3;         // all channels
+        pv::getRGBChannel(controls, w.controller().backgroundSettings());
+        w.controller().removeBackgroundNow(controls);
+        QCOMPARE(states(), QString("111111111"));
+        w.controller().restoreImageToOriginal();
+        QCOMPARE(states(), QString("111110111"));
+    }
+
+    // At 1366 x 768 the scatter gram is drawn at 1x; on a big screen at 2x, its bars along
+    // its edges; the window shrinks back, and at its minimum size no control is cut.
+    void scatterGramZoomFollowsTheRoom() {
+        MainWindow w;
+        w.show();
+        QVERIFY(w.minimumSize().width() <= 1366 && w.minimumSize().height() <= 700);
+        pv::app::ScatterGramWidget* sg = w.ui().scatterGramGraph;
+        const struct {
+            QSize window;
+            int zoom;
+        } cases[] = {{{1366, 700}, 1}, {{1920, 1040}, 2}, {w.minimumSize(), 1}, {{2400, 1300}, 2}};
+        for (const auto& c : cases) {
+            w.resize(c.window);
+            QTRY_COMPARE(sg->zoom(), c.zoom);
+            QCOMPARE(w.ui().yBar1->height(), 256 * c.zoom);
+            QCOMPARE(w.ui().xBar2->width(), 256 * c.zoom);
+        }
+        w.resize(w.minimumSize());
+        QTRY_COMPARE(sg->zoom(), 1);
+        QApplication::sendPostedEvents(nullptr, QEvent::LayoutRequest);
+        for (QWidget* c : w.findChildren<QWidget*>()) {
+            const bool control = qobject_cast<QLabel*>(c) || qobject_cast<QAbstractButton*>(c) ||
+                                 qobject_cast<QComboBox*>(c) || qobject_cast<QLineEdit*>(c);
+            if (control && c->isVisible()) {
+                const QSize need = c->minimumSizeHint();
+                QVERIFY2(c->width() >= need.width() && c->height() >= need.height(),
+                         qPrintable(c->objectName()));
+            }
+        }
+    }
+
+    // A screen reader can name every control that takes the keyboard focus.
+    void everyFocusableControlHasAName() {
+        MainWindow w;
+        w.show();
+        for (QWidget* c : w.findChildren<QWidget*>()) {
+            if (!c->isVisible() || !(c->focusPolicy() & Qt::TabFocus)) {
+                continue;
+            }
+            QAccessibleInterface* a = QAccessible::queryAccessibleInterface(c);
+            QVERIFY(a != nullptr);
+            QVERIFY2(!a->text(QAccessible::Name).isEmpty(), qPrintable(c->objectName()));
+        }
     }
 
     // Saving writes what the command line writes for the same actions.
