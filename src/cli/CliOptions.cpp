@@ -1,8 +1,11 @@
 #include "cli/CliOptions.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
+#include <set>
 #include <string_view>
 
 namespace pv::cli {
@@ -26,6 +29,10 @@ std::vector<std::string_view> splitList(std::string_view list) {
 
 bool parseCoefficients(std::string_view list, CoefficientCheckboxes& boxes, std::string& error) {
     boxes = CoefficientCheckboxes{false, false, false, false};
+    if (list.find_first_not_of(',') == std::string_view::npos) {
+        error = "--coefficients needs at least one of Rr, R, k, m";
+        return false;
+    }
     for (std::string_view item : splitList(list)) {
         if (item == "Rr") {
             boxes.checkbox_Rr = true;
@@ -70,6 +77,12 @@ bool parseRegion(std::string_view text, RegionOption& region, std::string& error
         error = "cannot read --roi '" + std::string(text) + "': " + kForms;
         return false;
     }
+    for (float v : n) {
+        if (v < 0.0f || v > 256.0f) {
+            error = "--roi " + std::string(text) + " reaches outside the scatter gram; " + kForms;
+            return false;
+        }
+    }
     region.points.clear();
     if (kind == "rect" || kind == "oval") {
         if (n.size() != 4) {
@@ -78,6 +91,13 @@ bool parseRegion(std::string_view text, RegionOption& region, std::string& error
         }
         region.tool = kind == "rect" ? SelectionTool::Rectangle : SelectionTool::Oval;
         region.points = {{n[0], n[1]}, {n[0] + n[2], n[1] + n[3]}};
+        if (n[2] == 0.0f || n[3] == 0.0f || n[0] + n[2] > 256.0f || n[1] + n[3] > 256.0f) {
+            error = "--roi " + std::string(text) +
+                    (n[2] == 0.0f || n[3] == 0.0f ? " holds no area; "
+                                                  : " reaches outside the scatter gram; ") +
+                    kForms;
+            return false;
+        }
         return true;
     }
     if (kind == "polygon" || kind == "lasso") {
@@ -87,8 +107,15 @@ bool parseRegion(std::string_view text, RegionOption& region, std::string& error
             return false;
         }
         region.tool = kind == "polygon" ? SelectionTool::Polygon : SelectionTool::Lasso;
+        double twiceArea = 0.0;  // the shoelace formula: zero for points on one line
         for (std::size_t i = 0; i < n.size(); i += 2) {
             region.points.push_back({n[i], n[i + 1]});
+            const std::size_t j = (i + 2) % n.size();
+            twiceArea += double(n[i]) * n[j + 1] - double(n[j]) * n[i + 1];
+        }
+        if (twiceArea == 0.0) {
+            error = "--roi " + std::string(text) + " holds no area; " + kForms;
+            return false;
         }
         return true;
     }
@@ -123,18 +150,86 @@ bool parseBackground(std::string_view text, BackgroundStep& step, std::string& e
     return true;
 }
 
+// The options that take a value, in their long form.
+constexpr std::string_view kValueOptions[] = {"--pair", "--coefficients", "--report",
+                                              "--roi",  "--background",   "--jobs"};
+
+bool takesValue(std::string_view option) {
+    return std::find(std::begin(kValueOptions), std::end(kValueOptions), option) !=
+           std::end(kValueOptions);
+}
+
+// GNU forms as separate words: --pair=red-blue as --pair red-blue, -j2 as -j 2. Everything
+// after "--" is left alone. A value given to an option that takes none is an error.
+std::vector<std::string> separateValues(const std::vector<std::string>& args, std::string& error) {
+    std::vector<std::string> out;
+    bool onlyImages = false;
+    for (const std::string& a : args) {
+        const std::size_t equals = a.find('=');
+        if (onlyImages || a.size() < 2 || a[0] != '-') {
+            out.push_back(a);
+        } else if (a == "--") {
+            onlyImages = true;
+            out.push_back(a);
+        } else if (a.rfind("--", 0) == 0 && equals != std::string::npos) {
+            if (!takesValue(std::string_view(a).substr(0, equals))) {
+                error = a.substr(0, equals) + " takes no value";
+                return {};
+            }
+            out.push_back(a.substr(0, equals));
+            out.push_back(a.substr(equals + 1));
+        } else if (a.rfind("-j", 0) == 0 && a.size() > 2) {
+            out.push_back("-j");
+            out.push_back(a.substr(2));
+        } else {
+            out.push_back(a);
+        }
+    }
+    return out;
+}
+
+// The stem without a suffix that the format would add again: "r.xls" writes r.xls, not
+// r.xls.xls.
+std::string stemWithoutSuffix(std::string stem, ReportFormat format) {
+    const std::string_view suffix = format == ReportFormat::Spreadsheet ? ".xls" : ".txt";
+    if (stem.size() > suffix.size() && stem.ends_with(suffix)) {
+        stem.resize(stem.size() - suffix.size());
+    }
+    return stem;
+}
+
 }  // namespace
 
 const char* pairName(RGBCombo combo) {
     return kPairNames[int(combo)];
 }
 
-ParseResult parseOptions(const std::vector<std::string>& args) {
+ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
     ParseResult result;
     Options& o = result.options;
+    const std::vector<std::string> args = separateValues(rawArgs, result.error);
+    if (!result.error.empty()) {
+        return result;
+    }
+    std::set<std::string> given;  // options that cannot repeat, once seen
+    std::optional<std::string> formatOption;
     bool onlyImages = false;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
+        if (!onlyImages && a.size() > 1 && a[0] == '-' && a != "--background" && a != "--") {
+            // One word for each option, whatever form it came in.
+            const std::string name = a == "-j" ? "--jobs" : a == "-h" ? "--help" : a;
+            const bool format = name == "--xls" || name == "--txt";
+            if (!given.insert(format ? "--xls/--txt" : name).second) {
+                result.error = format && formatOption != name
+                                   ? "--xls and --txt cannot be given together"
+                                   : name + " can be given only once";
+                return result;
+            }
+            if (format) {
+                formatOption = name;
+            }
+        }
         auto value = [&](const char* name) -> std::optional<std::string> {
             if (i + 1 >= args.size()) {
                 result.error = std::string(name) + " needs a value";
@@ -225,8 +320,20 @@ ParseResult parseOptions(const std::vector<std::string>& args) {
     if (o.help || o.version) {
         return result;
     }
+    if (o.reportStem) {
+        o.reportStem = stemWithoutSuffix(*o.reportStem, o.format);
+        const std::filesystem::path stem(*o.reportStem);
+        std::error_code ec;
+        if (!stem.has_filename() || std::filesystem::is_directory(stem, ec)) {
+            result.error = "--report needs a file name, not the folder '" + *o.reportStem +
+                           "' (for example " + (stem / "results").string() + ")";
+            return result;
+        }
+    }
     if (o.images.empty()) {
         result.error = "no image given";
+    } else if (formatOption && !o.reportStem) {
+        result.error = *formatOption + " needs --report STEM";
     } else if (o.saveImages && !o.reportStem) {
         result.error = "--images needs --report STEM";
     } else if (o.reveal && !o.region) {
@@ -270,6 +377,9 @@ Options:
   --jobs N, -j N       analyse N files at a time (default: one per processor core)
   --help, -h           show this help
   --version            show the program's version
+
+An option's value may also follow it after "=" (--pair=red-blue, --jobs=2, -j2). Only
+--background may be given more than once.
 
 Without --report, one image's report is printed on standard output; several images give one
 tab-separated table on standard output, a header row and one row per image.

@@ -199,7 +199,7 @@ const char* const kPairs[] = {"red-green",  "red-blue", "green-red",
 
 const char* const kRect = "rect:0,0,200,180";  // with both axes: single-colour pixels
 const char* const kOval = "oval:10,30,220,200";
-const char* const kPolygon = "polygon:-1,-1,250,-1,120,240,-1,200";
+const char* const kPolygon = "polygon:0,0,250,0,120,240,0,200";
 const char* const kLasso = "lasso:5,5,60,2,200,40,250,200,180,250,40,230,10,120";
 
 struct OptionSet {

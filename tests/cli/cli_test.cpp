@@ -99,7 +99,25 @@ TEST_F(CliTest, UsageErrorsExitWithTwoAndAHintAndWriteNothing) {
                           {"--report", out, "--background", "purple:10", image},
                           {"--report", out, "--background", "red:ten", image},
                           {"--report", out, "--background", "red:256", image},
-                          {"--report", out, "--background", "red", image}};
+                          {"--report", out, "--background", "red", image},
+                          // GNU forms and the rules between options.
+                          {"--report", out, "--images=yes", image},
+                          {"--report", out, "--pair", "red-blue", "--pair=green-red", image},
+                          {"--report", out, "-j2", "--jobs", "2", image},
+                          {"--report", out, "--txt", "--xls", image},
+                          {"--txt", image},
+                          {"--report", out, "--coefficients", "", image},
+                          {"--report", out, "--coefficients=,", image},
+                          // Regions without area or reaching past the scatter gram.
+                          {"--report", out, "--roi", "rect:10,10,0,5", image},
+                          {"--report", out, "--roi", "oval:10,10,5,0", image},
+                          {"--report", out, "--roi", "polygon:1,1,2,2,3,3", image},
+                          {"--report", out, "--roi", "rect:-1,0,10,10", image},
+                          {"--report", out, "--roi", "rect:250,0,10,10", image},
+                          {"--report", out, "--roi", "lasso:0,0,100,0,100,257", image},
+                          // A folder is no report name.
+                          {"--report", dir.string() + "/", image},
+                          {"--report", dir.string(), image}};
     for (const Args& args : cases) {
         const CliRun r = run(args);
         EXPECT_EQ(std::tuple(r.status, r.out), std::tuple(2, "")) << testing::PrintToString(args);
@@ -110,6 +128,19 @@ TEST_F(CliTest, UsageErrorsExitWithTwoAndAHintAndWriteNothing) {
     const CliRun v = run({"--version"});
     EXPECT_EQ(v.status, 0);
     EXPECT_EQ(v.out.rfind("pixmera-veltro-cli ", 0), 0u);
+}
+
+// The GNU forms do what the separate words do, and a report named with its suffix gets it once.
+TEST_F(CliTest, GnuFormsAndANamedSuffix) {
+    const std::string image = example();
+    const CliRun words = run({"--pair", "green-red", "--jobs", "2", "--report",
+                              (dir / "words").string(), "--txt", image});
+    const CliRun gnu =
+        run({"--pair=green-red", "-j2", "--report=" + (dir / "gnu.txt").string(), "--txt", image});
+    ASSERT_EQ(std::tuple(words.status, gnu.status), std::tuple(0, 0)) << words.err << gnu.err;
+    EXPECT_EQ(pv::test::slurp(dir / "gnu.txt"), pv::test::slurp(dir / "words.txt"));
+    EXPECT_EQ(run({"--report", (dir / "r.xls").string(), image}).status, 0);
+    EXPECT_EQ(filesInDir(), (Args{"example.tif", "gnu.txt", "r.xls", "words.txt"}));
 }
 
 TEST_F(CliTest, BatchGoesOnPastABadFileAndKeepsInputOrder) {
@@ -155,10 +186,10 @@ TEST_F(CliTest, EachRegionToolSelectsThePixelsInsideItsOutline) {
         {{"--roi", "oval:0,0,256,256"},
          {"0", "0.00", "0", "0.00", "1", "100.00", "1", "100.00", "1.0000", "1.0000"}},
         // Below the anti-diagonal: A, B, C, E.
-        {{"--roi", "polygon:-1,-1,257,-1,-1,257"},
+        {{"--roi", "polygon:0,0,256,0,0,256"},
          {"1", "25.00", "1", "25.00", "1", "25.00", "3", "75.00", "0.0909", "0.0909"}},
         // X from 100 up: C and D.
-        {{"--roi", "lasso:100,-1,257,-1,257,257,100,257"},
+        {{"--roi", "lasso:100,0,256,0,256,256,100,256"},
          {"0", "0.00", "1", "50.00", "1", "50.00", "2", "100.00", "1.0000", "0.4286"}},
         // Everything, once A is background.
         {{"--background", "all:30", "--roi", "rect:0,0,256,256"},
