@@ -23,6 +23,8 @@
 #include <QtConcurrent/QtConcurrentRun>
 
 #include "analysis/ScatterGram.h"
+#include "app/AboutBox.h"
+#include "app/HelpWindow.h"
 #include "app/QtPictures.h"
 #include "image/ImageFile.h"
 #include "ui_MainWindow.h"
@@ -76,7 +78,10 @@ class MainWindow::Port : public ControllerPort {
     void performBackgroundCorrection() override {
         w_.showComingSoon(QObject::tr("The Background Correction window"));
     }
-    void showHelpPage(std::string_view) override { w_.showComingSoon(QObject::tr("Help")); }
+    void showHelpPage(std::string_view page) override {
+        HelpWindow::instance().showPage(toQString(page));
+    }
+    void openURL(std::string_view url) override { QDesktopServices::openUrl(QUrl(toQString(url))); }
     void showError(const Error& error) override {
         w_.showMessage(QObject::tr("Pixmera Veltro"), toQString(error.message()));
     }
@@ -299,26 +304,23 @@ void MainWindow::connectMenus() {
     connect(u.actionZoomActual, &QAction::triggered, u.roiPreview, &ImageView::zoomToActualSize);
     connect(u.actionZoomIn, &QAction::triggered, u.roiPreview, &ImageView::zoomIn);
     connect(u.actionZoomOut, &QAction::triggered, u.roiPreview, &ImageView::zoomOut);
-    for (QAction* later : {u.actionPageSetup, u.actionPrint, u.actionImageInfo,
-                           u.actionKeyboardShortcuts, u.actionHotTips}) {
+    for (QAction* later : {u.actionPageSetup, u.actionPrint, u.actionImageInfo}) {
         connect(later, &QAction::triggered, this,
                 [this, later] { showComingSoon(later->text().remove('&').remove(u'…')); });
     }
-    connect(u.actionHotTipsWebSite, &QAction::triggered, this,
-            [] { QDesktopServices::openUrl(QUrl("https://www.pixmera.com/veltro/tips")); });
-    connect(u.actionVisitWebSite, &QAction::triggered, this,
-            [] { QDesktopServices::openUrl(QUrl("https://www.pixmera.com/veltro")); });
-    connect(u.actionFeedback, &QAction::triggered, this, [] {
-        QDesktopServices::openUrl(
-            QUrl("mailto:feedback@pixmera.com?subject=Pixmera%20Veltro%20Feedback&body=Please%"
-                 "20enter%20your%20feedback%20here."));
-    });
-    connect(u.actionAbout, &QAction::triggered, this, [this] {
-        QMessageBox::about(this, tr("About Pixmera Veltro"),
-                           tr("Pixmera Veltro %1\nColocalization analysis of two-colour "
-                              "fluorescence images.")
-                               .arg(QApplication::applicationVersion()));
-    });
+    const std::pair<QAction*, void (PixmeraVeltroController::*)()> helpItems[] = {
+        {u.actionHelp, &PixmeraVeltroController::showHelp},
+        {u.actionKeyboardShortcuts, &PixmeraVeltroController::showKeyboardShortcutHelp},
+        {u.actionHotTips, &PixmeraVeltroController::showHotTipsHelp},
+        {u.actionHotTipsWebSite, &PixmeraVeltroController::openHotTipsWebSite},
+        {u.actionVisitWebSite, &PixmeraVeltroController::visitWebsite},
+        {u.actionFeedback, &PixmeraVeltroController::provideFeedbackViaEmail},
+    };
+    for (const auto& [action, item] : helpItems) {
+        connect(action, &QAction::triggered, this, [this, item] { (*controller_.*item)(); });
+    }
+    connect(u.actionAbout, &QAction::triggered, this,
+            [] { AboutBox::sharedInstance().showPanel(); });
     for (QMenu* menu : {u.menuFile, u.menuImage}) {
         connect(menu, &QMenu::aboutToShow, this, &MainWindow::validateMenus);
     }

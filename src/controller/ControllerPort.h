@@ -60,6 +60,8 @@ class ControllerPort {
     virtual void performBackgroundCorrection() = 0;
     // Open a page of the help book.
     virtual void showHelpPage(std::string_view) = 0;
+    // Open a web page or a mailto: URL with the system's handler.
+    virtual void openURL(std::string_view) = 0;
 
     // A file could not be opened or written, or memory ran short.
     virtual void showError(const Error&) = 0;
@@ -82,6 +84,7 @@ class NullControllerPort : public ControllerPort {
     void setFocusForPasting(bool) override {}
     void performBackgroundCorrection() override {}
     void showHelpPage(std::string_view) override {}
+    void openURL(std::string_view) override {}
     void showError(const Error&) override {}
     void logMessage(std::string_view) override {}
     void noteRecentDocument(const std::string&) override {}

@@ -147,6 +147,15 @@ class PixmeraVeltroController : public PixmeraController {
     // channel; 0 outside the scatter gram or before a pass.
     std::uint64_t pixelsWithPair(int x, int y) const;
 
+    // The Help menu: pages of the help book (the start page, keyboard shortcuts, hot tips),
+    // and the web and mail items, which the port opens with the system's handler.
+    void showHelp();
+    void showKeyboardShortcutHelp();
+    void showHotTipsHelp();
+    void openHotTipsWebSite();
+    void visitWebsite();
+    void provideFeedbackViaEmail();
+
     // Worker threads of the long operations (0: one per core).
     void setAnalysisThreads(unsigned threads) { analysisThreads_ = threads; }
 
