@@ -44,7 +44,9 @@ HelpWindow::HelpWindow(QWidget* parent)
     connect(u.homeButton, &QToolButton::clicked, this, [this] { showPage(kStartPage); });
     connect(u.browser, &QTextBrowser::backwardAvailable, u.backButton, &QWidget::setEnabled);
     connect(u.browser, &QTextBrowser::forwardAvailable, u.forwardButton, &QWidget::setEnabled);
-    connect(u.browser, &QTextBrowser::sourceChanged, this, &HelpWindow::selectCurrentInContents);
+    // The browser's source() is not yet the new page while it tells of the change.
+    connect(u.browser, &QTextBrowser::sourceChanged, this,
+            [this](const QUrl& url) { selectInContents(pageOf(url)); });
     connect(u.contents, &QListWidget::currentItemChanged, this, [this](QListWidgetItem* item) {
         if (item != nullptr) {
             showPage(item->data(Qt::UserRole).toString());
@@ -72,7 +74,7 @@ void HelpWindow::showPage(const QString& page) {
             tr("<h2>Help page not found</h2><p>The help page <b>%1</b> cannot be shown: the file "
                "%2 does not exist. The help book may be missing from this installation.</p>")
                 .arg(page.toHtmlEscaped(), QDir::toNativeSeparators(path).toHtmlEscaped()));
-        selectCurrentInContents();
+        selectInContents(QString());
     }
     if (isMinimized()) {
         showNormal();
@@ -83,7 +85,10 @@ void HelpWindow::showPage(const QString& page) {
 }
 
 QString HelpWindow::currentPage() const {
-    const QUrl source = ui_->browser->source();
+    return pageOf(ui_->browser->source());
+}
+
+QString HelpWindow::pageOf(const QUrl& source) const {
     if (!source.isLocalFile()) {
         return {};
     }
@@ -115,8 +120,8 @@ void HelpWindow::fillContents() {
     }
 }
 
-void HelpWindow::selectCurrentInContents() {
-    const QString page = currentPage().section('#', 0, 0);
+void HelpWindow::selectInContents(const QString& shown) {
+    const QString page = shown.section('#', 0, 0);
     QSignalBlocker quiet(ui_->contents);
     ui_->contents->setCurrentRow(-1);
     for (int row = 0; row < ui_->contents->count(); ++row) {

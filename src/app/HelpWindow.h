@@ -35,7 +35,9 @@ class HelpWindow : public QWidget {
 
     // The contents list: the links of the start page, in their order.
     void fillContents();
-    void selectCurrentInContents();
+    // Marks the page (a name in the book) in the contents, or nothing when it is not there.
+    void selectInContents(const QString& page);
+    QString pageOf(const QUrl& source) const;
 
     std::unique_ptr<Ui::HelpWindow> ui_;
     QDir book_;
