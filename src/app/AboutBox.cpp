@@ -38,13 +38,16 @@ void AboutBox::showPanel() {
 }
 
 void AboutBox::displayVersionInfo() {
-    // The secondary lines in the colour of disabled text, as the platform draws quiet text.
+    // The secondary lines in a quieter grey than the text, but darker than disabled text,
+    // which is too faint to read in some styles.
     for (QLabel* quiet : {ui_->versionField, ui_->copyrightField, ui_->librariesField}) {
         QPalette palette = quiet->palette();
-        palette.setColor(QPalette::Active, QPalette::WindowText,
-                         palette.color(QPalette::Disabled, QPalette::WindowText));
-        palette.setColor(QPalette::Inactive, QPalette::WindowText,
-                         palette.color(QPalette::Disabled, QPalette::WindowText));
+        const QColor text = palette.color(QPalette::WindowText);
+        const QColor window = palette.color(QPalette::Window);
+        const auto mix = [](int a, int b) { return (a * 3 + b * 2) / 5; };
+        palette.setColor(QPalette::WindowText,
+                         QColor(mix(text.red(), window.red()), mix(text.green(), window.green()),
+                                mix(text.blue(), window.blue())));
         quiet->setPalette(palette);
     }
     if (const std::optional<std::string> version = versionText(PV_VERSION, PV_BUILD_NUMBER)) {

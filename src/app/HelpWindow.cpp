@@ -53,7 +53,7 @@ HelpWindow::HelpWindow(QWidget* parent)
         }
     });
     u.splitter->setStretchFactor(1, 1);
-    u.splitter->setSizes({230, 670});
+    u.splitter->setSizes({250, 650});
     fillContents();
 }
 

@@ -11,6 +11,8 @@
 #include <QTest>
 #include <cstdio>
 
+#include "app/AboutBox.h"
+#include "app/HelpWindow.h"
 #include "app/MainWindow.h"
 #include "ui_MainWindow.h"
 
@@ -18,7 +20,7 @@ using pv::app::MainWindow;
 
 namespace {
 
-bool save(MainWindow& w, const QDir& dir, const QString& name) {
+bool save(QWidget& w, const QDir& dir, const QString& name) {
     QTest::qWait(200);  // let the window lay itself out and paint
     const bool ok = w.grab().save(dir.filePath(name));
     std::printf("%s %s\n", ok ? "wrote" : "could not write", qPrintable(dir.filePath(name)));
@@ -85,5 +87,13 @@ int main(int argc, char** argv) {
         w.ui().roiPreview->zoomIn();
     }
     ok = save(w, out, "5-revealed-zoomed.png") && ok;
+
+    // The help book on the coefficients, and the about box.
+    pv::app::HelpWindow& help = pv::app::HelpWindow::instance();
+    help.resize(980, 700);
+    help.showPage("coefficients.html");
+    ok = save(help, out, "10-help.png") && ok;
+    w.ui().actionAbout->trigger();
+    ok = save(pv::app::AboutBox::sharedInstance(), out, "11-about.png") && ok;
     return ok ? 0 : 1;
 }
