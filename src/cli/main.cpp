@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <mutex>
@@ -204,6 +206,18 @@ class Progress {
     std::size_t done_ = 0;
 };
 
+// Results that cannot reach standard output (a full disk, a closed pipe) are lost results:
+// say so and fail rather than exit 0.
+int finish(int status) {
+    std::cout.flush();
+    if (!std::cout) {
+        std::cerr << "pixmera-veltro-cli: cannot write to standard output: "
+                  << std::strerror(errno != 0 ? errno : EIO) << "\n";
+        return 1;
+    }
+    return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -217,11 +231,11 @@ int main(int argc, char** argv) {
     const cli::Options& o = parsed.options;
     if (o.help) {
         std::cout << cli::usageText();
-        return 0;
+        return finish(0);
     }
     if (o.version) {
         std::cout << "pixmera-veltro-cli " << PV_VERSION << "\n";
-        return 0;
+        return finish(0);
     }
     if (o.reportStem && o.images.size() > 1) {
         std::set<std::string> stems;
@@ -290,5 +304,5 @@ int main(int argc, char** argv) {
     for (std::thread& t : pool) {
         t.join();
     }
-    return allOk ? 0 : 1;
+    return finish(allOk ? 0 : 1);
 }

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -172,6 +175,22 @@ TEST_F(CliTest, FailedWriteIsReportedAndLeavesNothing) {
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.err.find("out.xls"), std::string::npos) << r.err;
     EXPECT_FALSE(fs::exists(dir / "no-such-folder"));
+}
+
+// Results that cannot be written to standard output are a failure, not a success.
+TEST_F(CliTest, FullStandardOutputFails) {
+    if (!fs::exists("/dev/full")) {
+        GTEST_SKIP() << "no /dev/full here";
+    }
+    const std::string image = example(), err = (dir / "err.txt").string();
+    for (const std::string& args : {image, image + " " + image, std::string("--help")}) {
+        const std::string command =
+            std::string(PV_CLI_PATH) + " " + args + " > /dev/full 2> " + err;
+        const int status = std::system(command.c_str());
+        ASSERT_TRUE(WIFEXITED(status)) << args;
+        EXPECT_EQ(WEXITSTATUS(status), 1) << args;
+        EXPECT_NE(pv::test::slurp(err).find("cannot write to standard output"), std::string::npos);
+    }
 }
 
 TEST_F(CliTest, EachRegionToolSelectsThePixelsInsideItsOutline) {
