@@ -452,6 +452,69 @@ void PixmeraVeltroController::resetImageToOriginal() {
 }
 
 // ---------------------------------------------------------------------------------------------
+// User preferences
+
+void PixmeraVeltroController::registerDefaults(const std::string& homeDirectory) {
+    registeredDefaults_ = defaultUserPreferences(homeDirectory);
+    userPreferences_ = registeredDefaults_;
+}
+
+void PixmeraVeltroController::restoreUserPreferences(const PreferenceStore& store) {
+    userPreferences_ = registeredDefaults_;
+    if (const Status readable = store.readStatus(); !readable) {
+        port_.logMessage(
+            tr("%1; every preference takes its default.", {readable.error().message()}));
+    } else {
+        for (const std::string_view key : preferenceKeys()) {
+            const std::optional<std::string> text = store.value(std::string(key));
+            if (text && !readPreference(userPreferences_, key, *text)) {
+                // A long piece of garbage is cut short: the line only has to point at it.
+                const Error unreadable{
+                    store.location(),
+                    tr("\"%1\" holds \"%2\", which is not one of its values; it takes its "
+                       "default, \"%3\".",
+                       {key, std::string_view(*text).substr(0, 60),
+                        preferenceText(registeredDefaults_, key)})};
+                port_.logMessage(unreadable.message());
+            }
+        }
+    }
+    scatterGramGraph_.setROIColors(userPreferences_.roiBorderColor, userPreferences_.roiFillColor,
+                                   userPreferences_.opacityValue);
+}
+
+Status PixmeraVeltroController::saveUserPreferences(PreferenceStore& store) {
+    for (const std::string_view key : preferenceKeys()) {
+        store.setValue(std::string(key), preferenceText(userPreferences_, key));
+    }
+    Status written = store.sync();
+    if (!written) {
+        port_.logMessage(written.error().message());
+    }
+    return written;
+}
+
+void PixmeraVeltroController::setFillROI(bool on) {
+    userPreferences_.enableFillROI = on;
+    port_.scatterGramNeedsDisplay();
+}
+
+void PixmeraVeltroController::setROIBorderColor(const Color& colour) {
+    userPreferences_.roiBorderColor = colour;
+    changeROIColorPrefs();
+}
+
+void PixmeraVeltroController::setROIFillColor(const Color& colour) {
+    userPreferences_.roiFillColor = colour;
+    changeROIColorPrefs();
+}
+
+void PixmeraVeltroController::setROIOpacity(float opacity) {
+    userPreferences_.opacityValue = opacity;
+    changeROIColorPrefs();
+}
+
+// ---------------------------------------------------------------------------------------------
 // Output
 
 std::vector<Error> PixmeraVeltroController::outputPixelCoefficientData(const std::string& stem,

@@ -9,6 +9,7 @@
 #include "analysis/RegionCensus.h"
 #include "background/BackgroundCorrection.h"
 #include "controller/ControllerPort.h"
+#include "controller/Preferences.h"
 #include "controller/ResultTexts.h"
 #include "controller/WorkingImage.h"
 #include "core/Result.h"
@@ -120,6 +121,22 @@ class PixmeraVeltroController : public PixmeraController {
     void resetImageToOriginal();
     BackgroundSettings& backgroundSettings() { return backgroundSettings_; }
 
+    // --- User preferences ---
+    // The defaults every key falls back to; the directories are under the user's home.
+    void registerDefaults(const std::string& homeDirectory);
+    // Reads every key; one the store lacks takes its default, and one it holds in a form that
+    // cannot be read takes its default with a line in the log, as do all when the store
+    // itself cannot be read. The marker takes the colours read.
+    void restoreUserPreferences(const PreferenceStore& store);
+    // Writes all sixteen in one go; a failure goes to the log, as nobody is left to see it.
+    Status saveUserPreferences(PreferenceStore& store);
+    // The preference panel's edits. Colours and opacity are "ROIColorChanged"; the fill only
+    // needs a redraw, as markers read it when they draw.
+    void setFillROI(bool on);
+    void setROIBorderColor(const Color& colour);
+    void setROIFillColor(const Color& colour);
+    void setROIOpacity(float opacity);
+
     // --- Output ---
     // Writes the report (and the pictures when asked) for the chosen path without suffix.
     std::vector<Error> outputPixelCoefficientData(const std::string& stem, ReportFormat format,
@@ -209,6 +226,7 @@ class PixmeraVeltroController : public PixmeraController {
     bool scatterGramPending_ = false;
 
     UserPreferences userPreferences_;
+    UserPreferences registeredDefaults_;
     CROI_ScatterGramCroppingImageView scatterGramGraph_{userPreferences_};
     SelectionTool selectionTool_ = SelectionTool::Rectangle;
     BackgroundSettings backgroundSettings_;

@@ -7,28 +7,36 @@
 
 namespace pv {
 
-namespace {
-
-std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string format(const char* fmt, ...) {
-    char buffer[64];
+std::string printfText(const char* fmt, ...) {
     va_list args;
     va_start(args, fmt);
+    va_list again;
+    va_copy(again, args);
+    char buffer[64];
     const int n = std::vsnprintf(buffer, sizeof buffer, fmt, args);
     va_end(args);
-    return n < 0 ? std::string()
-                 : std::string(buffer,
-                               std::size_t(n) < sizeof buffer ? std::size_t(n) : sizeof buffer - 1);
+    std::string text;
+    if (n >= 0 && std::size_t(n) < sizeof buffer) {
+        text.assign(buffer, std::size_t(n));
+    } else if (n >= 0) {
+        text.resize(std::size_t(n) + 1);
+        std::vsnprintf(text.data(), text.size(), fmt, again);
+        text.resize(std::size_t(n));
+    }
+    va_end(again);
+    return text;
 }
 
+namespace {
+
 std::string coefficientText(double value, bool ticked) {
-    return ticked ? format("%0.4f", value) : std::string("ND");
+    return ticked ? printfText("%0.4f", value) : std::string("ND");
 }
 
 std::string percentText(std::int32_t count, std::int32_t total) {
     // The quotient is single precision, widened before scaling: the texts depend on it.
     const float quotient = float(count) / float(total);
-    return format("%.2f", double(quotient) * 100.0);
+    return printfText("%.2f", double(quotient) * 100.0);
 }
 
 struct CountTexts {
@@ -42,7 +50,7 @@ void writeCountTexts(const std::array<CountTexts, 4>& out, const PixelCensus& ce
     const PixelCensus::PairClasses c = census.forPair(combo);
     const std::int32_t shown[4] = {c.y, c.x, c.xy, c.y + c.x + c.xy};
     for (std::size_t i = 0; i < 4; ++i) {
-        *out[i].count = format("%d", shown[i]);
+        *out[i].count = printfText("%d", shown[i]);
         *out[i].percent = percentText(shown[i], census.totalPixelCount);
     }
 }
@@ -108,8 +116,8 @@ ResultFields resultFields(const AnalysisState& results, const FieldsShown& shown
         f.coefficient_m2 = coefficientText(c.overlap_m2, boxes->checkbox_m1);
     }
     if (shown.roiCoefficients) {
-        f.coefficient_M1 = format("%0.4f", results.roiCoefficients.colocalization_M1);
-        f.coefficient_M2 = format("%0.4f", results.roiCoefficients.colocalization_M2);
+        f.coefficient_M1 = printfText("%0.4f", results.roiCoefficients.colocalization_M1);
+        f.coefficient_M2 = printfText("%0.4f", results.roiCoefficients.colocalization_M2);
     }
     return f;
 }

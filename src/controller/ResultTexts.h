@@ -37,6 +37,9 @@ struct PairLabels {
 };
 PairLabels pairLabels(RGBCombo combo);
 
+// printf into a string of whatever length it needs.
+std::string printfText(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+
 // Every result field's text, from the results and what is shown: counts "%d", percentages
 // "%.2f" of the single-precision quotient, coefficients "%0.4f" or "ND" for an unticked box.
 // NaN and infinity read as printf gives them.
