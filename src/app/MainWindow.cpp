@@ -25,7 +25,10 @@
 #include "analysis/ScatterGram.h"
 #include "app/AboutBox.h"
 #include "app/HelpWindow.h"
+#include "app/ImageInfoDialog.h"
+#include "app/PreferencesDialog.h"
 #include "app/QtPictures.h"
+#include "app/SettingsStore.h"
 #include "image/ImageFile.h"
 #include "ui_MainWindow.h"
 
@@ -159,6 +162,7 @@ MainWindow::MainWindow(QWidget* parent)
 
     controller_->awakeFromNib();
     controller_->applicationDidFinishLaunching();
+    restoreUserPreferences(*controller_);
     controller_->getSelectionTool(ui_->selectionToolPopupMenu->currentIndex());
 
     QSettings settings;
@@ -233,6 +237,7 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     settings.setValue("mainWindow/geometry", saveGeometry());
     settings.setValue("mainWindow/splitter", ui_->splitter->saveState());
     settings.setValue("recentFiles", recentFiles_);
+    saveUserPreferences(*controller_);
     event->accept();
 }
 
@@ -304,7 +309,23 @@ void MainWindow::connectMenus() {
     connect(u.actionZoomActual, &QAction::triggered, u.roiPreview, &ImageView::zoomToActualSize);
     connect(u.actionZoomIn, &QAction::triggered, u.roiPreview, &ImageView::zoomIn);
     connect(u.actionZoomOut, &QAction::triggered, u.roiPreview, &ImageView::zoomOut);
-    for (QAction* later : {u.actionPageSetup, u.actionPrint, u.actionImageInfo}) {
+    connect(u.actionPreferences, &QAction::triggered, this, [this] {
+        if (preferences_ == nullptr) {
+            preferences_ = new PreferencesDialog(*controller_, this);
+        }
+        preferences_->show();
+        preferences_->raise();
+        preferences_->activateWindow();
+    });
+    connect(u.actionImageInfo, &QAction::triggered, this, [this] {
+        if (imageInfo_.isNull()) {
+            imageInfo_ = new ImageInfoDialog(controller_->workingImage().imageFileInfo, this);
+        }
+        imageInfo_->show();
+        imageInfo_->raise();
+        imageInfo_->activateWindow();
+    });
+    for (QAction* later : {u.actionPageSetup, u.actionPrint}) {
         connect(later, &QAction::triggered, this,
                 [this, later] { showComingSoon(later->text().remove('&').remove(u'…')); });
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QPointer>
 #include <QStringList>
 #include <memory>
 
@@ -16,6 +17,9 @@ class QMessageBox;
 class QProgressDialog;
 
 namespace pv::app {
+
+class ImageInfoDialog;
+class PreferencesDialog;
 
 // The main window: shows the controller's state and hands it the user's actions. Every
 // decision (which pass runs, which text a field shows, what is enabled) is the controller's.
@@ -79,6 +83,8 @@ class MainWindow : public QMainWindow {
     QLabel* imageStatus_ = nullptr;
     QLabel* hoverStatus_ = nullptr;
     QSize controlsAt2x_;  // the controls' minimum size with a 2x scatter gram
+    PreferencesDialog* preferences_ = nullptr;  // made on first use, kept
+    QPointer<ImageInfoDialog> imageInfo_;       // made at each opening, gone when closed
 };
 
 }  // namespace pv::app

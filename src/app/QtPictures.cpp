@@ -52,4 +52,12 @@ Picture pictureOf(const QImage& image) {
     return Picture::at72dpi(std::move(*b));
 }
 
+QColor qtColor(const Color& c) {
+    return QColor::fromRgbF(c.red, c.green, c.blue, c.alpha);
+}
+
+Color colorOf(const QColor& c) {
+    return Color{c.redF(), c.greenF(), c.blueF(), c.alphaF()};
+}
+
 }  // namespace pv::app

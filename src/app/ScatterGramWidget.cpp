@@ -54,10 +54,6 @@ QPainterPath painterPathOf(const Path& path) {
     return out;
 }
 
-QColor qtColor(const Color& c) {
-    return QColor::fromRgbF(c.red, c.green, c.blue, c.alpha);
-}
-
 // The marker drawn through a painter already set to scatter-gram coordinates.
 class QtMarkerPainter final : public MarkerPainter {
   public:

@@ -1,0 +1,123 @@
+#include <QApplication>
+#include <QClipboard>
+#include <QFile>
+#include <QFileInfo>
+#include <QLabel>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "app/ImageInfoDialog.h"
+#include "app/MainWindow.h"
+#include "ui_ImageInfoDialog.h"
+#include "ui_MainWindow.h"
+
+using pv::app::ImageInfoDialog;
+using pv::app::MainWindow;
+
+namespace {
+
+const QString kSample = QStringLiteral(PV_SOURCE_DIR "/resources/sample-cells.tif");
+
+bool open(MainWindow& w, const QString& path) {
+    QSignalSpy finished(&w, &MainWindow::openFinished);
+    w.openFile(path);
+    return finished.wait(30000) && finished.at(0).at(0).toBool();
+}
+
+// Image ▸ Image Info, and the panel it shows.
+ImageInfoDialog* showInfo(MainWindow& w) {
+    w.ui().actionImageInfo->trigger();
+    return w.findChild<ImageInfoDialog*>();
+}
+
+// The eight texts as the panel shows them, top to bottom.
+QStringList shown(ImageInfoDialog* panel) {
+    const Ui::ImageInfoDialog& u = panel->ui();
+    QStringList texts;
+    for (const QLabel* l : {u.filePath, u.fileName, u.fileType, u.fileSize, u.size, u.bitDepth,
+                            u.resolution, u.backgroundCorrected}) {
+        texts << l->text();
+    }
+    return texts;
+}
+
+// Closes the panel as the user does and waits until it is gone.
+bool closeInfo(MainWindow& w, ImageInfoDialog* panel) {
+    panel->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    return w.findChild<ImageInfoDialog*>() == nullptr;
+}
+
+}  // namespace
+
+class ImageInfoTest : public QObject {
+    Q_OBJECT
+
+  private slots:
+    void initTestCase() {
+        QStandardPaths::setTestModeEnabled(true);
+        QCoreApplication::setOrganizationName("Pixmera");
+    }
+
+    void showsTheFactsOfTheOpenedFile() {
+        MainWindow w;
+        QVERIFY(!w.ui().actionImageInfo->isEnabled());
+        QVERIFY(open(w, kSample));
+        ImageInfoDialog* panel = showInfo(w);
+        QVERIFY(panel != nullptr);
+        QVERIFY(panel->isVisible());
+        QVERIFY(!panel->isModal());
+        QCOMPARE(panel->windowTitle(), QString("Image Info"));
+        const QFileInfo file(kSample);
+        const QStringList texts = shown(panel);
+        QCOMPARE(texts.mid(0, 6),
+                 QStringList({file.absolutePath(), "sample-cells.tif", "TIFF Image",
+                              QString("%1 KB").arg(file.size() / 1024), "512 x 384 pixels", "24"}));
+        QVERIFY2(QRegularExpression("^\\d+\\.\\d x \\d+\\.\\d dpi$").match(texts[6]).hasMatch(),
+                 qPrintable(texts[6]));
+        QCOMPARE(texts[7], QString("No"));
+        // Asked again while it is open, the same panel comes to the front.
+        QCOMPARE(showInfo(w), panel);
+    }
+
+    // The panel keeps the facts it was opened with; once closed, the next one is built anew.
+    void eachOpeningShowsTheImageLoadedInBetween() {
+        QTemporaryDir dir;
+        const QString copy = dir.filePath("copy.TIF");
+        QVERIFY(QFile::copy(kSample, copy));
+        MainWindow w;
+        QVERIFY(open(w, kSample));
+        ImageInfoDialog* panel = showInfo(w);
+        QVERIFY(open(w, copy));
+        QCOMPARE(shown(panel)[1], QString("sample-cells.tif"));
+        QVERIFY(closeInfo(w, panel));
+        panel = showInfo(w);
+        QCOMPARE(shown(panel).mid(0, 3), QStringList({dir.path(), "copy.TIF", "TIFF Image"}));
+    }
+
+    void aPastedPictureHasNoFile() {
+        MainWindow w;
+        QImage image(7, 5, QImage::Format_RGB888);
+        image.fill(QColor(10, 200, 30));
+        QApplication::clipboard()->setImage(image);
+        w.ui().actionPaste->trigger();
+        const QStringList texts = shown(showInfo(w));
+        QCOMPARE(texts, QStringList({"Not available", "Not available", "Not available", "0 KB",
+                                     "7 x 5 pixels", "24", "72.0 x 72.0 dpi", "No"}));
+    }
+
+    void aCorrectedImageSaysSoUntilRestored() {
+        MainWindow w;
+        QVERIFY(open(w, kSample));
+        pv::BackgroundControls controls;
+        w.controller().removeBackgroundNow(controls);
+        ImageInfoDialog* panel = showInfo(w);
+        QCOMPARE(panel->ui().backgroundCorrected->text(), QString("Yes"));
+        QVERIFY(closeInfo(w, panel));
+        w.ui().actionRestore->trigger();
+        QCOMPARE(showInfo(w)->ui().backgroundCorrected->text(), QString("No"));
+    }
+};
+
+QTEST_MAIN(ImageInfoTest)
+#include "ImageInfoTest.moc"
