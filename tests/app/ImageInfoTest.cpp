@@ -6,6 +6,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "AppTestSupport.h"
 #include "app/ImageInfoDialog.h"
 #include "app/MainWindow.h"
 #include "ui_ImageInfoDialog.h"
@@ -16,13 +17,8 @@ using pv::app::MainWindow;
 
 namespace {
 
-const QString kSample = QStringLiteral(PV_SOURCE_DIR "/resources/sample-cells.tif");
-
-bool open(MainWindow& w, const QString& path) {
-    QSignalSpy finished(&w, &MainWindow::openFinished);
-    w.openFile(path);
-    return finished.wait(30000) && finished.at(0).at(0).toBool();
-}
+using pv::app::testing::kSample;
+using pv::app::testing::open;
 
 // Image ▸ Image Info, and the panel it shows.
 ImageInfoDialog* showInfo(MainWindow& w) {

@@ -13,7 +13,9 @@
 
 #include "app/AboutBox.h"
 #include "app/HelpWindow.h"
+#include "app/ImageInfoDialog.h"
 #include "app/MainWindow.h"
+#include "app/PreferencesDialog.h"
 #include "ui_MainWindow.h"
 
 using pv::app::MainWindow;
@@ -87,6 +89,11 @@ int main(int argc, char** argv) {
         w.ui().roiPreview->zoomIn();
     }
     ok = save(w, out, "5-revealed-zoomed.png") && ok;
+
+    w.ui().actionPreferences->trigger();
+    ok = save(*w.findChild<pv::app::PreferencesDialog*>(), out, "6-preferences.png") && ok;
+    w.ui().actionImageInfo->trigger();
+    ok = save(*w.findChild<pv::app::ImageInfoDialog*>(), out, "7-image-info.png") && ok;
 
     // The help book on the coefficients, and the about box.
     pv::app::HelpWindow& help = pv::app::HelpWindow::instance();
