@@ -89,6 +89,10 @@ class ImageInfoTest : public QObject {
         QVERIFY(closeInfo(w, panel));
         panel = showInfo(w);
         QCOMPARE(shown(panel).mid(0, 3), QStringList({dir.path(), "copy.TIF", "TIFF Image"}));
+        // Escape closes it too, and lets it go likewise.
+        QTest::keyClick(panel, Qt::Key_Escape);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(w.findChild<ImageInfoDialog*>() == nullptr);
     }
 
     void aPastedPictureHasNoFile() {

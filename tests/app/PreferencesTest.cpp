@@ -27,7 +27,12 @@ namespace {
 // Edit ▸ Preferences…, and the panel it shows.
 PreferencesDialog* showPreferences(MainWindow& w) {
     w.ui().actionPreferences->trigger();
-    return w.findChild<PreferencesDialog*>();
+    for (QWidget* window : QApplication::topLevelWidgets()) {
+        if (auto* panel = qobject_cast<PreferencesDialog*>(window); panel && panel->isVisible()) {
+            return panel;
+        }
+    }
+    return nullptr;
 }
 
 // A rectangle dragged on the scatter gram between two intensity pairs.
@@ -258,6 +263,22 @@ class PreferencesTest : public QObject {
         // Filled with opaque white now; the empty scatter gram around it stays black.
         QCOMPARE(drawn.pixel(sg->toWidget({125, 125}).toPoint()), qRgb(255, 255, 255));
         QCOMPARE(drawn.pixel(sg->toWidget({30, 30}).toPoint()), qRgb(0, 0, 0));
+    }
+
+    // Closing the main window ends the program even while the panel is open. Last, as the
+    // application's event loop runs and stops here.
+    void closingTheWindowQuitsWithThePanelOpen() {
+        MainWindow w;
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        QVERIFY(showPreferences(w)->isVisible());
+        QTimer stillRunning;
+        stillRunning.setSingleShot(true);
+        connect(&stillRunning, &QTimer::timeout, qApp, &QCoreApplication::quit);
+        stillRunning.start(5000);
+        QTimer::singleShot(0, &w, &QWidget::close);
+        QCoreApplication::exec();
+        QVERIFY(stillRunning.isActive());
     }
 };
 
