@@ -15,8 +15,8 @@ void setAllThresholds(BackgroundSettings& settings, std::int32_t value) {
 }
 
 // A run of bytes covering whole pixels, laid out for a loop the compiler turns into vector
-// compares: a byte survives when it is above its lane's limit. A limit of 0 keeps every byte (a 0
-// stays 0), which serves untouched channels and negative thresholds alike; no byte exceeds 255.
+// compares against each lane's limit. A limit of 0 only zeroes bytes that are 0 already, which
+// serves untouched channels and negative thresholds alike; no byte exceeds 255.
 constexpr std::size_t kPatternPixels = 32;
 
 struct LanePattern {
@@ -37,11 +37,11 @@ void thresholdBytes(std::uint8_t* bytes, std::size_t n, const LanePattern& p) {
     for (; i + len <= n; i += len) {
         std::uint8_t* b = bytes + i;
         for (std::size_t j = 0; j < len; ++j) {
-            b[j] = b[j] > above[j] ? b[j] : 0;
+            b[j] = zeroedByThreshold(b[j], above[j]) ? 0 : b[j];
         }
     }
     for (std::size_t j = 0; i < n; ++i, ++j) {
-        bytes[i] = bytes[i] > above[j] ? bytes[i] : 0;
+        bytes[i] = zeroedByThreshold(bytes[i], above[j]) ? 0 : bytes[i];
     }
 }
 
@@ -138,7 +138,7 @@ bool removeBackground(const WritableChannelView& view, const BackgroundSettings&
                     const std::uint8_t limit = patterns[std::size_t(k)].above[0];
                     for (std::int64_t c = 0; c < view.width; ++c) {
                         std::uint8_t& b = p[c * view.pixelStride];
-                        b = b > limit ? b : 0;
+                        b = zeroedByThreshold(b, limit) ? 0 : b;
                     }
                 }
             }

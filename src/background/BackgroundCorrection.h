@@ -22,6 +22,34 @@ struct BackgroundSettings {
     std::int32_t blueThreshold = 0;
 };
 
+// The correction's one rule: a sample at or below its channel's threshold becomes 0 (so a
+// negative threshold leaves every sample alone).
+constexpr bool zeroedByThreshold(int sample, std::int32_t threshold) {
+    return sample <= threshold;
+}
+
+// Whether the correction with these settings would black the pixel out in the chosen channel:
+// that channel's sample, or with all channels every sample, at or below its threshold. What the
+// correction window shows before anything is applied. For all channels a single dim sample is
+// not enough: in a two-colour image the unused channel is dim everywhere.
+inline bool backgroundCovers(const BackgroundSettings& s, std::uint8_t red, std::uint8_t green,
+                             std::uint8_t blue) {
+    const bool r = zeroedByThreshold(red, s.redThreshold);
+    const bool g = zeroedByThreshold(green, s.greenThreshold);
+    const bool b = zeroedByThreshold(blue, s.blueThreshold);
+    switch (s.channel) {
+        case BackgroundChannel::Red:
+            return r;
+        case BackgroundChannel::Green:
+            return g;
+        case BackgroundChannel::Blue:
+            return b;
+        case BackgroundChannel::All:
+            break;
+    }
+    return r && g && b;
+}
+
 // The correction window's controls as plain values, and the method field of its controller.
 struct BackgroundControls {
     int selectedTab = 0;        // 0 automatic (preset rows), otherwise manual (slider)

@@ -447,6 +447,13 @@ void PixmeraVeltroController::removeBackgroundNow(BackgroundControls& controls) 
     reanalyse();
 }
 
+BackgroundSettings PixmeraVeltroController::backgroundSettingsToApply(
+    BackgroundControls controls) const {
+    BackgroundSettings settings = backgroundSettings_;
+    getBackgroundMethod(controls, settings);
+    return settings;
+}
+
 void PixmeraVeltroController::resetImageToOriginal() {
     restoreImageToOriginal();
 }

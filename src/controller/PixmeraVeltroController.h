@@ -120,6 +120,9 @@ class PixmeraVeltroController : public PixmeraController {
     void removeBackgroundNow(BackgroundControls& controls);
     void resetImageToOriginal();
     BackgroundSettings& backgroundSettings() { return backgroundSettings_; }
+    // The settings Apply would use with the window's controls as they stand: what the window
+    // shows before anything is applied.
+    BackgroundSettings backgroundSettingsToApply(BackgroundControls controls) const;
 
     // --- User preferences ---
     // The defaults every key falls back to; the directories are under the user's home.
