@@ -11,6 +11,7 @@
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QSlider>
 #include <QStandardPaths>
 #include <chrono>
 #include <cstdio>
@@ -20,7 +21,9 @@
 #include <vector>
 
 #include "BenchImages.h"
+#include "app/BackgroundWindow.h"
 #include "app/MainWindow.h"
+#include "ui_BackgroundWindow.h"
 #include "ui_MainWindow.h"
 
 namespace {
@@ -174,6 +177,28 @@ void BM_ImageViewRepaint(benchmark::State& state) {
     }
 }
 
+// One step of the background window's slider, until the view shows the new tint: the
+// overlay is worked out for the drawn pixels only, so it should cost about the same at any
+// picture size.
+void BM_BackgroundPreviewStep(benchmark::State& state) {
+    MainWindow& w = windowWith(int(state.range(0)));
+    w.ui().actionBackground->trigger();
+    auto* background = w.findChild<pv::app::BackgroundWindow*>();
+    if (background == nullptr) {
+        state.SkipWithError("no background window");
+        return;
+    }
+    background->ui().autoManualTabView->setCurrentIndex(1);
+    QSlider* slider = background->ui().thresholdSlider;
+    int level = 0;
+    for (auto _ : state) {
+        level = (level + 7) % 256;
+        slider->setValue(level);
+        w.ui().roiPreview->repaint();
+    }
+    background->close();
+}
+
 // What any repaint of that view costs at the least: one view-sized picture drawn and shown.
 class PlainPicture : public QWidget {
   public:
@@ -262,6 +287,7 @@ BENCHMARK(BM_ScatterGramMouseUpPainted)
     ->UseManualTime();
 BENCHMARK(BM_ContinuousDrag)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseManualTime();
 BENCHMARK(BM_ImageViewRepaint)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_BackgroundPreviewStep)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ViewSizedPaint)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 int main(int argc, char** argv) {

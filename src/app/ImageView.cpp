@@ -252,10 +252,19 @@ QSize ImageView::sizeHint() const {
     return QSize(640, 480);
 }
 
+void ImageView::setBackgroundPreview(const std::optional<BackgroundSettings>& settings) {
+    preview_ = settings;
+    renderPreview();
+    update();
+}
+
 void ImageView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.fillRect(rect(), kBackground);
     painter.drawImage(origin_ + cachePart_.topLeft(), cache_);
+    if (!previewTint_.isNull()) {
+        painter.drawImage(origin_ + cachePart_.topLeft(), previewTint_);
+    }
 }
 
 void ImageView::resizeEvent(QResizeEvent*) {
@@ -363,7 +372,45 @@ void ImageView::relayout() {
     }
     shown_ = shown;
     cachePart_ = part;
+    renderPreview();
     update();
+}
+
+void ImageView::renderPreview() {
+    if (!preview_ || cache_.isNull()) {
+        previewTint_ = QImage();
+        return;
+    }
+    // Each drawn pixel stands for the picture pixel nearest its centre, as pointing at it
+    // reports: reading one pixel per drawn pixel keeps a slider step display-sized.
+    const QRect part = cachePart_;
+    std::vector<std::int64_t> columns(std::size_t(part.width()));
+    for (int i = 0; i < part.width(); ++i) {
+        columns[std::size_t(i)] = centreOf(part.left() + i, image_.width(), shown_.width());
+    }
+    QImage tint(part.size(), QImage::Format_ARGB32_Premultiplied);
+    if (tint.isNull()) {
+        previewTint_ = QImage();
+        return;
+    }
+    const ChannelView rgb = picture_.bitmap->channels();
+    const BackgroundSettings settings = *preview_;
+    const QRgb on = qPremultiply(kPreviewTint);
+    auto work = [&](unsigned, std::int64_t first, std::int64_t end) {
+        for (std::int64_t line = first; line < end; ++line) {
+            const std::int64_t y = centreOf(part.top() + line, image_.height(), shown_.height());
+            const std::uint8_t* red = rgb.sample(0, y, 0);
+            const std::uint8_t* green = rgb.sample(1, y, 0);
+            const std::uint8_t* blue = rgb.sample(2, y, 0);
+            auto* out = reinterpret_cast<QRgb*>(tint.scanLine(int(line)));
+            for (std::size_t i = 0; i < columns.size(); ++i) {
+                const std::ptrdiff_t at = columns[i] * rgb.pixelStride;
+                out[i] = backgroundCovers(settings, red[at], green[at], blue[at]) ? on : 0;
+            }
+        }
+    };
+    forEachRowBlock(part.height(), workersFor(part.height(), part.width(), 0), work);
+    previewTint_ = std::move(tint);
 }
 
 QImage ImageView::panned(const QRect& part) const {

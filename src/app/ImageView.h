@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "background/BackgroundCorrection.h"
 #include "image/Picture.h"
 
 namespace pv::app {
@@ -32,6 +33,13 @@ class ImageView : public QWidget {
 
     QSize sizeHint() const override;
 
+    // Tints the pixels that a background correction with these settings would black out, over
+    // the picture, without changing it; none: no tint. Worked out for the drawn pixels only,
+    // so that a slider can drive it on any size of picture.
+    void setBackgroundPreview(const std::optional<BackgroundSettings>& settings);
+    const std::optional<BackgroundSettings>& backgroundPreview() const { return preview_; }
+    static constexpr QRgb kPreviewTint = qRgba(0, 255, 255, 150);
+
   signals:
     // A file was dropped (its path), or a picture without a file.
     void fileDropped(const QString& path);
@@ -58,6 +66,8 @@ class ImageView : public QWidget {
     void relayout();
     QImage panned(const QRect& part) const;
     void reportHover(const QPointF& position);
+    // The tint over cachePart_, for the preview settings.
+    void renderPreview();
 
     Picture picture_;
     QImage image_;  // wraps the picture's pixels
@@ -68,6 +78,8 @@ class ImageView : public QWidget {
     QSize shown_;      // the picture's drawn size
     QImage cache_;     // the visible part, drawn: all that a repaint touches
     QRect cachePart_;  // which part, from the drawn picture's top left
+    std::optional<BackgroundSettings> preview_;
+    QImage previewTint_;  // over cache_, the same size
     std::optional<QPointF> dragFrom_;
     QPointF dragPan_;
 };

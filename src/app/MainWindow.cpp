@@ -27,6 +27,7 @@
 #include "app/HelpWindow.h"
 #include "app/ImageInfoDialog.h"
 #include "app/PreferencesDialog.h"
+#include "app/BackgroundWindow.h"
 #include "app/QtPictures.h"
 #include "app/SettingsStore.h"
 #include "image/ImageFile.h"
@@ -79,7 +80,10 @@ class MainWindow::Port : public ControllerPort {
     void scatterGramNeedsDisplay() override { w_.ui_->scatterGramGraph->update(); }
     void setFocusForPasting(bool) override {}
     void performBackgroundCorrection() override {
-        w_.showComingSoon(QObject::tr("The Background Correction window"));
+        if (background_ == nullptr) {
+            background_ = new BackgroundWindow(*w_.controller_, *w_.ui_->roiPreview, &w_);
+        }
+        background_->showBesideParent();
     }
     void showHelpPage(std::string_view page) override {
         HelpWindow::instance().showPage(toQString(page));
@@ -97,6 +101,7 @@ class MainWindow::Port : public ControllerPort {
 
   private:
     MainWindow& w_;
+    BackgroundWindow* background_ = nullptr;  // made on first use, kept with its settings
 };
 
 MainWindow::MainWindow(QWidget* parent)

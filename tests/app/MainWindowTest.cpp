@@ -15,35 +15,18 @@
 
 #include <array>
 
+#include "MainWindowDriving.h"
 #include "app/MainWindow.h"
 #include "background/BackgroundCorrection.h"
 #include "ui_MainWindow.h"
 
 using pv::app::MainWindow;
+using pv::test::answer;
+using pv::test::open;
 
 namespace {
 
 const QString kSample = QStringLiteral(PV_SOURCE_DIR "/resources/sample-cells.tif");
-
-// Opens a file as the user does and waits until the window has taken it.
-bool open(MainWindow& w, const QString& path) {
-    QSignalSpy finished(&w, &MainWindow::openFinished);
-    w.openFile(path);
-    return finished.wait(30000) && finished.at(0).at(0).toBool();
-}
-
-// Presses the button of the open question whose text is `text`.
-void answer(MainWindow& w, const QString& text) {
-    QMessageBox* box = w.openQuestion();
-    QVERIFY(box != nullptr);
-    for (QAbstractButton* b : box->buttons()) {
-        if (b->text() == text) {
-            QTest::mouseClick(b, Qt::LeftButton);
-            return;
-        }
-    }
-    QFAIL(qPrintable("no button " + text));
-}
 
 QList<QWidget*> visibleWindows() {
     QList<QWidget*> shown;

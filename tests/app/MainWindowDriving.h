@@ -1,0 +1,32 @@
+#pragma once
+
+// What the window tests do as a user would: open a file and answer a question.
+#include <QMessageBox>
+#include <QSignalSpy>
+#include <QtTest>
+
+#include "app/MainWindow.h"
+
+namespace pv::test {
+
+// Opens a file as the user does and waits until the window has taken it.
+inline bool open(app::MainWindow& w, const QString& path) {
+    QSignalSpy finished(&w, &app::MainWindow::openFinished);
+    w.openFile(path);
+    return finished.wait(30000) && finished.at(0).at(0).toBool();
+}
+
+// Presses the button of the open question whose text is `text`.
+inline void answer(app::MainWindow& w, const QString& text) {
+    QMessageBox* box = w.openQuestion();
+    QVERIFY(box != nullptr);
+    for (QAbstractButton* b : box->buttons()) {
+        if (b->text() == text) {
+            QTest::mouseClick(b, Qt::LeftButton);
+            return;
+        }
+    }
+    QFAIL(qPrintable("no button " + text));
+}
+
+}  // namespace pv::test
