@@ -28,6 +28,7 @@
 #include "app/ImageInfoDialog.h"
 #include "app/PreferencesDialog.h"
 #include "app/BackgroundWindow.h"
+#include "app/ImagePrinter.h"
 #include "app/QtPictures.h"
 #include "app/SettingsStore.h"
 #include "image/ImageFile.h"
@@ -330,10 +331,13 @@ void MainWindow::connectMenus() {
         imageInfo_->raise();
         imageInfo_->activateWindow();
     });
-    for (QAction* later : {u.actionPageSetup, u.actionPrint}) {
-        connect(later, &QAction::triggered, this,
-                [this, later] { showComingSoon(later->text().remove('&').remove(u'…')); });
-    }
+    auto* printing = new ImagePrinter(this);
+    connect(u.actionPageSetup, &QAction::triggered, this,
+            [this, printing] { printing->pageSetup(this); });
+    connect(u.actionPrint, &QAction::triggered, this,
+            [this, printing] { printing->print(this, controller_->currentDisplayedImage()); });
+    connect(printing, &ImagePrinter::failed, this,
+            [this](const QString& message) { showMessage(tr("Print"), message); });
     const std::pair<QAction*, void (PixmeraVeltroController::*)()> helpItems[] = {
         {u.actionHelp, &PixmeraVeltroController::showHelp},
         {u.actionKeyboardShortcuts, &PixmeraVeltroController::showKeyboardShortcutHelp},
@@ -591,11 +595,6 @@ void MainWindow::showMessage(const QString& title, const QString& text) {
     box->setWindowModality(Qt::WindowModal);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->open();
-}
-
-void MainWindow::showComingSoon(const QString& what) {
-    showMessage(tr("Pixmera Veltro"),
-                tr("%1 is not part of this version yet; it comes with the next one.").arg(what));
 }
 
 void MainWindow::noteRecentFile(const QString& path) {

@@ -69,7 +69,6 @@ class MainWindow : public QMainWindow {
     void openDocument();
     void saveDocument();
     void pastePicture();
-    void showComingSoon(const QString& what);
     void updateWindowTitle();
     void showStatus();
 
