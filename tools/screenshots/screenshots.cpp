@@ -7,15 +7,19 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QSlider>
 #include <QStandardPaths>
+#include <QTabWidget>
 #include <QTest>
 #include <cstdio>
 
 #include "app/AboutBox.h"
+#include "app/BackgroundWindow.h"
 #include "app/HelpWindow.h"
 #include "app/ImageInfoDialog.h"
 #include "app/MainWindow.h"
 #include "app/PreferencesDialog.h"
+#include "ui_BackgroundWindow.h"
 #include "ui_MainWindow.h"
 
 using pv::app::MainWindow;
@@ -89,6 +93,23 @@ int main(int argc, char** argv) {
         w.ui().roiPreview->zoomIn();
     }
     ok = save(w, out, "5-revealed-zoomed.png") && ok;
+
+    // The background window at a manual level: the view tints what Apply would black out.
+    QTest::mouseClick(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget({250, 5}).toPoint());
+    w.ui().roiPreview->zoomToFit();
+    w.ui().backgroundButton->click();
+    auto* background = w.findChild<pv::app::BackgroundWindow*>();
+    if (background == nullptr) {
+        return 1;
+    }
+    background->ui().autoManualTabView->setCurrentIndex(1);
+    background->ui().rgbChannelPopUpMenu->setCurrentIndex(3);
+    background->ui().thresholdSlider->setValue(30);
+    ok = save(w, out, "8-background.png") && ok;
+    const QString backgroundShot = out.filePath("9-background-window.png");
+    const bool wrote = background->grab().save(backgroundShot);
+    std::printf("%s %s\n", wrote ? "wrote" : "could not write", qPrintable(backgroundShot));
+    ok = wrote && ok;
 
     w.ui().actionPreferences->trigger();
     ok = save(*w.findChild<pv::app::PreferencesDialog*>(), out, "6-preferences.png") && ok;
