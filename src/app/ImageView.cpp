@@ -393,6 +393,10 @@ void ImageView::renderPreview() {
         previewTint_ = QImage();
         return;
     }
+    // Rows are written through one pointer taken here: scanLine() on several threads would
+    // race on the image's bookkeeping.
+    uchar* const bits = tint.bits();
+    const qsizetype stride = tint.bytesPerLine();
     const ChannelView rgb = picture_.bitmap->channels();
     const BackgroundSettings settings = *preview_;
     const QRgb on = qPremultiply(kPreviewTint);
@@ -402,7 +406,7 @@ void ImageView::renderPreview() {
             const std::uint8_t* red = rgb.sample(0, y, 0);
             const std::uint8_t* green = rgb.sample(1, y, 0);
             const std::uint8_t* blue = rgb.sample(2, y, 0);
-            auto* out = reinterpret_cast<QRgb*>(tint.scanLine(int(line)));
+            auto* out = reinterpret_cast<QRgb*>(bits + line * stride);
             for (std::size_t i = 0; i < columns.size(); ++i) {
                 const std::ptrdiff_t at = columns[i] * rgb.pixelStride;
                 out[i] = backgroundCovers(settings, red[at], green[at], blue[at]) ? on : 0;
