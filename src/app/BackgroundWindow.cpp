@@ -3,6 +3,7 @@
 #include <QButtonGroup>
 #include <QScreen>
 #include <QSignalBlocker>
+#include <algorithm>
 
 #include "app/ImageView.h"
 #include "controller/PixmeraVeltroController.h"

@@ -18,13 +18,12 @@ bool printPicture(QPrinter& printer, const Picture& picture) {
     if (image.isNull()) {
         return true;
     }
-    // The painter's origin is the printable area's corner, in device pixels; the picture is
-    // measured in points, one per pixel.
+    // The painter's origin is the printable area's corner, in device pixels; the placement
+    // is worked out in points, the picture's own measure.
     const double perPoint = printer.resolution() / 72.0;
     const QRect area = printer.pageLayout().paintRectPixels(printer.resolution());
-    const Rect placed =
-        printPlacement(Size{float(image.width()), float(image.height())},
-                       Size{float(area.width() / perPoint), float(area.height() / perPoint)});
+    const Rect placed = printPlacement(
+        picture.size, Size{float(area.width() / perPoint), float(area.height() / perPoint)});
     const QRectF target(placed.origin.x * perPoint, placed.origin.y * perPoint,
                         placed.size.width * perPoint, placed.size.height * perPoint);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
