@@ -25,7 +25,7 @@ using pv::app::MainWindow;
 
 namespace {
 
-const QString kSample = QStringLiteral(PV_SOURCE_DIR "/resources/sample-cells.tif");
+using pv::test::kSample;
 
 using RGB = std::array<int, 3>;
 using Pixels = std::vector<RGB>;  // rows top to bottom
@@ -201,7 +201,7 @@ class BackgroundWindowTest : public QObject {
         QVERIFY(w.background->isVisible());
         w.background->close();
         QTest::mouseClick(w.main.ui().calculateCoefficientButton, Qt::LeftButton);
-        pv::test::answer(w.main, "Correct Background…");
+        pv::test::answer(w.main, "Correct Background...");
         QVERIFY(w.background->isVisible());
         w.background->close();
         pv::app::ScatterGramWidget* sg = w.main.ui().scatterGramGraph;

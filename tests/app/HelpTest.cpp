@@ -11,6 +11,7 @@
 #include <QToolButton>
 #include <QtTest>
 
+#include "MainWindowDriving.h"
 #include "app/AboutBox.h"
 #include "app/DataFiles.h"
 #include "app/HelpWindow.h"
@@ -22,10 +23,10 @@
 using pv::app::AboutBox;
 using pv::app::HelpWindow;
 using pv::app::MainWindow;
+using pv::test::kSample;
+using pv::test::open;
 
 namespace {
-
-const QString kSample = QStringLiteral(PV_SOURCE_DIR "/resources/sample-cells.tif");
 
 QString readText(const QString& path) {
     QFile file(path);
@@ -44,12 +45,6 @@ QStringList matches(const QString& text, const QString& pattern) {
 QString pageTitle(const QString& html) {
     const QStringList titles = matches(html, "<title>([^<]*)</title>");
     return titles.isEmpty() ? QString() : titles.first();
-}
-
-bool open(MainWindow& w, const QString& path) {
-    QSignalSpy finished(&w, &MainWindow::openFinished);
-    w.openFile(path);
-    return finished.wait(30000) && finished.at(0).at(0).toBool();
 }
 
 int topLevelCount(const char* className) {

@@ -6,7 +6,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include "AppTestSupport.h"
+#include "MainWindowDriving.h"
 #include "app/ImageInfoDialog.h"
 #include "app/MainWindow.h"
 #include "ui_ImageInfoDialog.h"
@@ -17,8 +17,8 @@ using pv::app::MainWindow;
 
 namespace {
 
-using pv::app::testing::kSample;
-using pv::app::testing::open;
+using pv::test::kSample;
+using pv::test::open;
 
 // Image ▸ Image Info, and the panel it shows.
 ImageInfoDialog* showInfo(MainWindow& w) {

@@ -1,6 +1,8 @@
 #pragma once
 
-// What the window tests do as a user would: open a file and answer a question.
+// What the window tests do as a user would: open a file (the bundled sample, say) and answer a
+// question.
+#include <QAbstractButton>
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QtTest>
@@ -8,6 +10,8 @@
 #include "app/MainWindow.h"
 
 namespace pv::test {
+
+inline const QString kSample = QStringLiteral(PV_SOURCE_DIR "/resources/sample-cells.tif");
 
 // Opens a file as the user does and waits until the window has taken it.
 inline bool open(app::MainWindow& w, const QString& path) {

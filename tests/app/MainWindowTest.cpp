@@ -22,11 +22,10 @@
 
 using pv::app::MainWindow;
 using pv::test::answer;
+using pv::test::kSample;
 using pv::test::open;
 
 namespace {
-
-const QString kSample = QStringLiteral(PV_SOURCE_DIR "/resources/sample-cells.tif");
 
 QList<QWidget*> visibleWindows() {
     QList<QWidget*> shown;
