@@ -64,8 +64,8 @@ View channelsOf(const Bitmap& b, Byte* data) {
         channels[std::size_t(k)] = std::span<Byte>(data + start, end - start);
     }
     // A bitmap's own layout always passes; the check is what makes a view trustworthy.
-    const auto view = View::over(channels, b.isPlanar() ? 1 : b.samplesPerPixel(),
-                                 b.bytesPerRow(), b.pixelsWide(), b.pixelsHigh());
+    const auto view = View::over(channels, b.isPlanar() ? 1 : b.samplesPerPixel(), b.bytesPerRow(),
+                                 b.pixelsWide(), b.pixelsHigh());
     return view ? *view : View{};
 }
 

@@ -172,7 +172,7 @@ Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize) {
     }
     std::unique_ptr<std::uint8_t[]> row(new (std::nothrow) std::uint8_t[std::size_t(stride)]);
     if (!row || std::fseek(f, long(dataOffset), SEEK_SET) != 0) {
-        return failure("there is not enough memory to open the picture");
+        return failure(kNoMemory);
     }
     Bitmap& out = bitmap.value();
     const int outSamples = out.samplesPerPixel();

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,16 +17,26 @@ namespace pv::decode {
 // Reasons a decoder gives, as keys for tr(). readImageFile adds the file.
 inline constexpr const char* kTruncated = "the file ends before the picture is complete";
 inline constexpr const char* kDamaged = "the file is damaged and the picture cannot be read";
+inline constexpr const char* kNoMemory = "there is not enough memory to open the picture";
 inline constexpr const char* kNotAPicture =
     "not a picture file this program can read (TIFF, PNG, JPEG or BMP)";
 
 // A translated reason with %1, %2, ... replaced by the arguments; no file yet.
 Error failure(std::string_view english, std::initializer_list<std::string_view> args = {});
 
+// Why a picture of this size cannot be held, if it cannot; checked before anything else is
+// decided about the file's data.
+std::optional<Error> unholdablePicture(std::uint64_t wide, std::uint64_t high, int samplesPerPixel,
+                                       bool isPlanar);
+
 // An 8-bit bitmap for a decoded picture, refused with a reason when a plane would be larger
 // than a Bitmap may be or memory is short.
 Result<Bitmap> allocatePicture(std::uint64_t wide, std::uint64_t high, int samplesPerPixel,
                                bool hasAlpha, bool isPlanar);
+
+// Refused before anything is allocated: the data in the file, even at the best compression its
+// format allows, cannot hold the pixels the header promises.
+Error tooSmallFor(std::uint64_t wide, std::uint64_t high);
 
 // Size in points from the file's resolution; a missing or nonsensical resolution is 72 dpi.
 Picture pictureAtResolution(Bitmap&& bitmap, double horizontalDPI, double verticalDPI);
@@ -54,7 +65,7 @@ inline std::uint8_t stretchTo8(std::uint32_t v, int bits) {
 
 Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize);
 Result<Picture> decodePng(const std::string& path);
-Result<Picture> decodeJpeg(const std::string& path);
+Result<Picture> decodeJpeg(const std::string& path, std::uint64_t fileSize);
 Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize);
 
 }  // namespace pv::decode

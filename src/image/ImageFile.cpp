@@ -18,9 +18,8 @@ Error failure(std::string_view english, std::initializer_list<std::string_view> 
     return Error{.reason = tr(english, args)};
 }
 
-Result<Bitmap> allocatePicture(std::uint64_t wide, std::uint64_t high, int samplesPerPixel,
-                               bool hasAlpha, bool isPlanar) {
-    const std::string dims = std::to_string(wide) + " x " + std::to_string(high);
+std::optional<Error> unholdablePicture(std::uint64_t wide, std::uint64_t high, int samplesPerPixel,
+                                       bool isPlanar) {
     if (wide == 0 || high == 0) {
         return failure(kDamaged);
     }
@@ -31,13 +30,28 @@ Result<Bitmap> allocatePicture(std::uint64_t wide, std::uint64_t high, int sampl
         return failure(
             "the picture is too large: %1 pixels exceed the 2 GB this program can hold "
             "per colour plane",
-            {dims});
+            {std::to_string(wide) + " x " + std::to_string(high)});
     }
+    return std::nullopt;
+}
+
+Result<Bitmap> allocatePicture(std::uint64_t wide, std::uint64_t high, int samplesPerPixel,
+                               bool hasAlpha, bool isPlanar) {
+    if (auto error = unholdablePicture(wide, high, samplesPerPixel, isPlanar)) {
+        return *error;
+    }
+    const std::string dims = std::to_string(wide) + " x " + std::to_string(high);
     auto bitmap = Bitmap::create(int(wide), int(high), samplesPerPixel, hasAlpha, isPlanar);
     if (!bitmap) {
         return failure("there is not enough memory to open the picture (%1 pixels)", {dims});
     }
     return std::move(*bitmap);
+}
+
+Error tooSmallFor(std::uint64_t wide, std::uint64_t high) {
+    return failure(
+        "the file is too small to hold the %1 pixels it declares: it is cut short or damaged",
+        {std::to_string(wide) + " x " + std::to_string(high)});
 }
 
 double usableDPI(double dpi) {
@@ -138,7 +152,7 @@ Result<Picture> readImageFile(const std::string& path) {
             picture = decodePng(path);
             break;
         case ImageKind::JPEG:
-            picture = decodeJpeg(path);
+            picture = decodeJpeg(path, size);
             break;
         case ImageKind::BMP:
             picture = decodeBmp(path, size);

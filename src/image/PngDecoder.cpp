@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csetjmp>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -19,6 +20,10 @@ struct PngJob {
     png_structp png = nullptr;
     png_infop info = nullptr;
     bool hitEnd = false;
+    bool noMemory = false;
+    std::uint64_t idatBytes = 0;
+    std::uint64_t fileBits = 0;  // per pixel, before expansion  // compressed picture data, summed
+                                 // from the chunk headers
     png_uint_32 wide = 0, high = 0;
     int bitDepth = 0;
     int channels = 0;
@@ -30,7 +35,11 @@ struct PngJob {
     Scale16 scale;
 };
 
-void pngError(png_structp png, png_const_charp) {
+void pngError(png_structp png, png_const_charp message) {
+    // libpng words every failed allocation this way.
+    if (std::strstr(message, "memory")) {
+        static_cast<PngJob*>(png_get_error_ptr(png))->noMemory = true;
+    }
     png_longjmp(png, 1);
 }
 void pngWarning(png_structp, png_const_charp) {}
@@ -48,10 +57,14 @@ bool readPngHeader(PngJob& job) {
         return false;
     }
     png_set_read_fn(job.png, &job, pngRead);
+    // Data libpng calls a "benign" error (a picture with too little or too much data, a bad
+    // checksum it could skip) is still data missing or corrupt.
+    png_set_benign_errors(job.png, 0);
     png_read_info(job.png, job.info);
     int colourType = 0, interlace = 0;
     png_get_IHDR(job.png, job.info, &job.wide, &job.high, &job.bitDepth, &colourType, &interlace,
                  nullptr, nullptr);
+    job.fileBits = std::uint64_t(png_get_channels(job.png, job.info)) * std::uint64_t(job.bitDepth);
     job.interlaced = interlace != PNG_INTERLACE_NONE;
     png_set_expand(job.png);  // palette to RGB, small grey levels to 8 bits, tRNS to alpha
     png_set_gray_to_rgb(job.png);
@@ -120,6 +133,30 @@ bool readPngRows(PngJob& job) {
     return true;
 }
 
+// Sums the lengths of the IDAT chunks without reading them.
+std::uint64_t compressedPictureBytes(std::FILE* file) {
+    const long start = std::ftell(file);
+    std::uint64_t total = 0;
+    std::uint8_t head[8];
+    if (start < 0 || std::fseek(file, 8, SEEK_SET) != 0) {
+        return 0;
+    }
+    while (std::fread(head, 1, 8, file) == 8) {
+        const std::uint32_t length = std::uint32_t(head[0]) << 24 | std::uint32_t(head[1]) << 16 |
+                                     std::uint32_t(head[2]) << 8 | head[3];
+        if (std::memcmp(head + 4, "IDAT", 4) == 0) {
+            total += length;
+        } else if (std::memcmp(head + 4, "IEND", 4) == 0) {
+            break;
+        }
+        if (std::fseek(file, long(length) + 4, SEEK_CUR) != 0) {
+            break;
+        }
+    }
+    std::fseek(file, start, SEEK_SET);
+    return total;
+}
+
 struct PngCleanup {
     PngJob& job;
     ~PngCleanup() {
@@ -132,6 +169,10 @@ struct PngCleanup {
     }
 };
 
+Error pngFailure(const PngJob& job) {
+    return failure(job.noMemory ? kNoMemory : job.hitEnd ? kTruncated : kDamaged);
+}
+
 // Opens the file and reads the header into job.
 std::optional<Error> startPng(const std::string& path, PngJob& job) {
     job.file = std::fopen(path.c_str(), "rb");
@@ -141,14 +182,24 @@ std::optional<Error> startPng(const std::string& path, PngJob& job) {
     job.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &job, pngError, pngWarning);
     job.info = job.png ? png_create_info_struct(job.png) : nullptr;
     if (!job.info) {
-        return failure("there is not enough memory to open the picture");
+        return failure(kNoMemory);
     }
     if (!readPngHeader(job)) {
-        return failure(job.hitEnd ? kTruncated : kDamaged);
+        return pngFailure(job);
+    }
+    // Deflate codes at most 258 bytes in 2 bits, about 1032 to 1, so fewer compressed bytes
+    // cannot hold the picture; libpng would only find out after the memory was committed.
+    // libpng's limit of a million pixels a side keeps the product far from overflowing.
+    const std::uint64_t raw = (std::uint64_t(job.wide) * job.fileBits + 7) / 8 * job.high;
+    if (auto error = unholdablePicture(job.wide, job.high, job.channels, false)) {
+        return *error;
+    }
+    if (compressedPictureBytes(job.file) < raw / 1032) {
+        return tooSmallFor(job.wide, job.high);
     }
     job.row.reset(new (std::nothrow) png_byte[png_get_rowbytes(job.png, job.info)]);
     if (!job.row) {
-        return failure("there is not enough memory to open the picture");
+        return failure(kNoMemory);
     }
     return std::nullopt;
 }
@@ -165,7 +216,7 @@ Result<Picture> decodePng(const std::string& path) {
         // Two passes over the file (first the largest sample, then the scaled copy) instead of
         // holding a 16-bit copy of the picture.
         if (!readPngRows(*job)) {
-            return failure(job->hitEnd ? kTruncated : kDamaged);
+            return pngFailure(*job);
         }
         const std::uint32_t max = job->max;
         cleanup.reset();
@@ -183,7 +234,7 @@ Result<Picture> decodePng(const std::string& path) {
     }
     job->out = &bitmap.value();
     if (!readPngRows(*job)) {
-        return failure(job->hitEnd ? kTruncated : kDamaged);
+        return pngFailure(*job);
     }
     return pictureAtResolution(std::move(bitmap.value()), job->dpiX, job->dpiY);
 }

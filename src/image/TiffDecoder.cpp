@@ -8,6 +8,7 @@
 #include <fstream>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "image/DecoderSupport.h"
@@ -16,8 +17,30 @@ namespace pv::decode {
 
 namespace {
 
-// libtiff must not print: failures show in its return values and the user gets our words.
-int silentTiffMessage(TIFF*, void*, const char*, const char*, va_list) {
+// What libtiff said while reading. It must not print: the user gets our words.
+struct TiffNews {
+    bool readingPixels = false;
+    bool guessed = false;  // it carried on over missing or undecodable data
+    bool noMemory = false;
+};
+
+bool mentionsMemory(const char* fmt, va_list args) {
+    char text[512];
+    std::vsnprintf(text, sizeof text, fmt, args);
+    return std::strstr(text, "memory") != nullptr || std::strstr(text, "Cannot allocate") ||
+           std::strstr(text, "Failed to allocate");
+}
+
+int tiffError(TIFF*, void* news, const char*, const char* fmt, va_list args) {
+    static_cast<TiffNews*>(news)->noMemory |= mentionsMemory(fmt, args);
+    return 1;
+}
+
+// A warning while pixels are read means the library patched something up (the JPEG codec,
+// for one, fills a cut-off strip with grey); a warning about tags while opening does not.
+int tiffWarning(TIFF*, void* news, const char*, const char*, va_list) {
+    auto* n = static_cast<TiffNews*>(news);
+    n->guessed |= n->readingPixels;
     return 1;
 }
 
@@ -195,7 +218,7 @@ const char* forEachRun(TIFF* tif, const TiffLayout& t, Visit&& visit) {
         std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow)
                                                    std::uint8_t[std::size_t(tileSize)]);
         if (!buffer) {
-            return kDamaged;
+            return kNoMemory;
         }
         for (int p = 0; p < planes; ++p) {
             for (std::uint32_t ty = 0; ty < t.high; ty += th) {
@@ -221,7 +244,7 @@ const char* forEachRun(TIFF* tif, const TiffLayout& t, Visit&& visit) {
     }
     std::unique_ptr<std::uint8_t[]> line(new (std::nothrow) std::uint8_t[std::size_t(lineSize)]);
     if (!line) {
-        return kDamaged;
+        return kNoMemory;
     }
     for (int p = 0; p < planes; ++p) {
         for (std::uint32_t y = 0; y < t.high; ++y) {
@@ -234,17 +257,108 @@ const char* forEachRun(TIFF* tif, const TiffLayout& t, Visit&& visit) {
     return nullptr;
 }
 
-// True when a strip or tile reaches past the end of the file: it was cut short.
-bool dataPastEnd(TIFF* tif, std::uint64_t fileSize) {
-    const std::uint32_t count = TIFFIsTiled(tif) ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
+// The fewest bytes in which a compression can code a block of raw bytes (pixels, rows of
+// the picture); 0 where the format gives no useful bound.
+std::uint64_t leastCodedBytes(std::uint16_t compression, std::uint64_t raw, std::uint64_t pixels,
+                              std::uint64_t rows) {
+    switch (compression) {
+        case COMPRESSION_NONE:
+            return raw;
+        case COMPRESSION_ADOBE_DEFLATE:
+        case COMPRESSION_DEFLATE:
+            // A deflate match codes at most 258 bytes in at least 2 bits: about 1032 to 1.
+            return raw / 1032;
+        case COMPRESSION_LZW:
+            // A code has at least 9 bits and stands for a string of at most 4096 bytes.
+            return raw * 9 / (4096 * 8);
+        case COMPRESSION_PACKBITS:
+            // Two bytes repeat one byte at most 128 times.
+            return raw / 64;
+        case COMPRESSION_JPEG:
+        case COMPRESSION_OJPEG:
+            // At least one bit for each 8 x 8 block of the first colour component.
+            return pixels / 64 / 8;
+        case COMPRESSION_CCITTRLE:
+        case COMPRESSION_CCITTRLEW:
+        case COMPRESSION_CCITTFAX3:
+        case COMPRESSION_CCITTFAX4:
+            // A row as the one above takes one bit, however wide.
+            return rows / 8;
+        case COMPRESSION_ZSTD:
+            // Each zstd block of at most 128 KB has a 3-byte header.
+            return raw / (131072 / 3);
+        default:
+            // LZMA, WebP and the rest can code a plain area of any size in a few bytes; their
+            // strips are only checked to be there.
+            return 0;
+    }
+}
+
+// Every strip or tile of the picture must be in the file and large enough for its pixels
+// before memory is committed: libtiff would otherwise hand out a missing one as black, and a
+// few bytes that promise a huge picture would cost gigabytes before failing.
+std::optional<Error> checkStriles(TIFF* tif, const TiffLayout& t, std::uint64_t fileSize) {
+    std::uint16_t compression = COMPRESSION_NONE;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
+    const bool tiled = TIFFIsTiled(tif);
+    const std::uint32_t count = tiled ? TIFFNumberOfTiles(tif) : TIFFNumberOfStrips(tif);
+    const std::uint32_t perPlane = t.planar ? count / std::uint32_t(t.samples) : count;
+    const std::uint64_t bitsPerPixel =
+        std::uint64_t(t.planar ? 1 : t.samples) * std::uint64_t(t.bits);
+    std::uint32_t blockWide = t.wide, blockHigh = 0;
+    if (tiled) {
+        TIFFGetField(tif, TIFFTAG_TILEWIDTH, &blockWide);
+        TIFFGetField(tif, TIFFTAG_TILELENGTH, &blockHigh);
+    } else {
+        TIFFGetFieldDefaulted(tif, TIFFTAG_ROWSPERSTRIP, &blockHigh);
+        blockHigh = std::min(blockHigh, t.high);
+    }
+    if (perPlane == 0 || blockWide == 0 || blockHigh == 0) {
+        return failure(kDamaged);
+    }
+    const std::uint64_t rowBytes = (std::uint64_t(blockWide) * bitsPerPixel + 7) / 8;
+    std::uint64_t coded = 0, least = 0;
     for (std::uint32_t i = 0; i < count; ++i) {
         const std::uint64_t offset = TIFFGetStrileOffset(tif, i);
         const std::uint64_t bytes = TIFFGetStrileByteCount(tif, i);
-        if (bytes > 0 && (offset > fileSize || bytes > fileSize - offset)) {
-            return true;
+        if (offset == 0 || bytes == 0 || offset > fileSize || bytes > fileSize - offset) {
+            return failure(kTruncated);
         }
+        // Tiles are coded whole; the last strip only has the rows left.
+        const std::uint32_t firstRow = tiled ? 0 : (i % perPlane) * blockHigh;
+        const std::uint64_t rows =
+            tiled ? blockHigh
+                  : std::min<std::uint64_t>(blockHigh, t.high - std::min(firstRow, t.high));
+        const std::uint64_t need =
+            leastCodedBytes(compression, rows * rowBytes, rows * blockWide, rows);
+        // A strip may be made slightly smaller by a lenient writer, so only the sum counts
+        // except for raw data, which must be whole.
+        if (compression == COMPRESSION_NONE && bytes < need) {
+            return failure(kTruncated);
+        }
+        coded += bytes;
+        least += need;
     }
-    return false;
+    if (coded < least) {
+        return tooSmallFor(t.wide, t.high);
+    }
+    return std::nullopt;
+}
+
+// Tiles larger than the picture are allowed (writers often use one size for every picture),
+// but not so large that one tile needs more memory than the picture itself could.
+bool plausibleTile(TIFF* tif, const TiffLayout& t) {
+    if (!TIFFIsTiled(tif)) {
+        return true;
+    }
+    std::uint32_t tw = 0, th = 0;
+    TIFFGetField(tif, TIFFTAG_TILEWIDTH, &tw);
+    TIFFGetField(tif, TIFFTAG_TILELENGTH, &th);
+    auto fits = [](std::uint32_t tile, std::uint32_t picture) {
+        return std::uint64_t(tile) <=
+               std::max<std::uint64_t>((std::uint64_t(picture) + 15) / 16 * 16, 1024);
+    };
+    return fits(tw, t.wide) && fits(th, t.high);
 }
 
 double tiffDPI(TIFF* tif, ttag_t tag, std::uint16_t unit) {
@@ -353,15 +467,16 @@ Result<TiffLayout> describe(TIFF* tif) {
 Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize) {
     TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
     if (!options) {
-        return failure("there is not enough memory to open the picture");
+        return failure(kNoMemory);
     }
-    TIFFOpenOptionsSetErrorHandlerExtR(options, silentTiffMessage, nullptr);
-    TIFFOpenOptionsSetWarningHandlerExtR(options, silentTiffMessage, nullptr);
+    TiffNews news;  // outlives the handle, which may still report while closing
+    TIFFOpenOptionsSetErrorHandlerExtR(options, tiffError, &news);
+    TIFFOpenOptionsSetWarningHandlerExtR(options, tiffWarning, &news);
     // "m": no memory mapping, which would count the whole file against memory while reading.
     TiffHandle tif(TIFFOpenExt(path.c_str(), "rm", options));
     TIFFOpenOptionsFree(options);
     if (!tif) {
-        return failure(whyTiffDoesNotOpen(path, fileSize));
+        return failure(news.noMemory ? kNoMemory : whyTiffDoesNotOpen(path, fileSize));
     }
     auto layout = describe(tif.get());
     if (!layout) {
@@ -370,25 +485,38 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize) {
     TiffLayout& t = layout.value();
     const bool planar = t.planar && t.samples > 1;
     t.planar = planar;
-    if (dataPastEnd(tif.get(), fileSize)) {
-        return failure(kTruncated);
+    if (auto error = unholdablePicture(t.wide, t.high, t.alpha ? 4 : 3, planar)) {
+        return *error;
+    }
+    if (!plausibleTile(tif.get(), t)) {
+        return failure(kDamaged);
+    }
+    if (auto error = checkStriles(tif.get(), t, fileSize)) {
+        return *error;
     }
     auto bitmap = allocatePicture(t.wide, t.high, t.alpha ? 4 : 3, t.alpha, planar);
     if (!bitmap) {
         return bitmap.error();
     }
+    news.readingPixels = true;
+    const auto readFailure = [&](const char* why) {
+        return failure(news.noMemory ? kNoMemory : why);
+    };
     if (t.bits == 16) {
         std::uint32_t max = 0;
         if (const char* why =
                 forEachRun(tif.get(), t, [&](const RowRun& run) { findMaximum(t, run, max); })) {
-            return failure(why);
+            return readFailure(why);
         }
         t.scale.max = max;
     }
     Bitmap& out = bitmap.value();
     if (const char* why =
             forEachRun(tif.get(), t, [&](const RowRun& run) { writeRun(t, run, out); })) {
-        return failure(why);
+        return readFailure(why);
+    }
+    if (news.guessed) {
+        return failure(kDamaged);
     }
     std::uint16_t unit = RESUNIT_INCH;
     TIFFGetFieldDefaulted(tif.get(), TIFFTAG_RESOLUTIONUNIT, &unit);
