@@ -96,13 +96,13 @@ bool readJpegHeader(JpegJob& job) {
     job.errors.error_exit = jpegFail;
     job.errors.output_message = jpegSilence;
     job.errors.emit_message = jpegNotice;
-    job.progress.progress_monitor = jpegProgress;
-    job.cinfo.progress = &job.progress;
     if (setjmp(job.escape)) {
         return false;
     }
     jpeg_create_decompress(&job.cinfo);
     job.created = true;
+    job.progress.progress_monitor = jpegProgress;
+    job.cinfo.progress = &job.progress;  // after creating, which clears it
     jpeg_stdio_src(&job.cinfo, job.file);
     jpeg_read_header(&job.cinfo, TRUE);
     switch (job.cinfo.jpeg_color_space) {

@@ -1,0 +1,317 @@
+// Small files that claim huge pictures, leave parts out or never stop refining: each must be
+// refused quickly, with its reason, and without committing the memory it asks for.
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <functional>
+
+#include "image/ImageFile.h"
+#include "image/ImageTestFiles.h"
+
+namespace pv {
+namespace {
+
+using testing::TempDir;
+
+constexpr const char* kTruncated = "the file ends before the picture is complete";
+constexpr const char* kDamaged = "the file is damaged and the picture cannot be read";
+constexpr const char* kTooSmall = "the file is too small to hold the ";
+
+// A grey or RGB JPEG in memory; a scan script makes it progressive.
+std::vector<std::uint8_t> jpegBytes(int wide, int high, int components,
+                                    const std::vector<jpeg_scan_info>& scans = {},
+                                    bool simpleProgression = false) {
+    jpeg_compress_struct c{};
+    jpeg_error_mgr err{};
+    c.err = jpeg_std_error(&err);
+    jpeg_create_compress(&c);
+    unsigned char* out = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&c, &out, &size);
+    c.image_width = JDIMENSION(wide);
+    c.image_height = JDIMENSION(high);
+    c.input_components = components;
+    c.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
+    jpeg_set_defaults(&c);
+    jpeg_set_quality(&c, 100, TRUE);
+    if (simpleProgression) {
+        jpeg_simple_progression(&c);
+    } else if (!scans.empty()) {
+        c.scan_info = scans.data();
+        c.num_scans = int(scans.size());
+    }
+    jpeg_start_compress(&c, TRUE);
+    const auto samples = testing::pattern(std::size_t(wide * components), 256);
+    auto row = testing::packRow(samples, 8);
+    while (c.next_scanline < c.image_height) {
+        JSAMPROW r = row.data();
+        jpeg_write_scanlines(&c, &r, 1);
+    }
+    jpeg_finish_compress(&c);
+    jpeg_destroy_compress(&c);
+    std::vector<std::uint8_t> bytes(out, out + size);
+    std::free(out);
+    return bytes;
+}
+
+std::size_t findMarker(const std::vector<std::uint8_t>& b, std::uint8_t marker,
+                       std::size_t from = 0) {
+    for (std::size_t i = from; i + 1 < b.size(); ++i) {
+        if (b[i] == 0xff && b[i + 1] == marker) {
+            return i;
+        }
+    }
+    return b.size();
+}
+
+void putU16BE(std::vector<std::uint8_t>& b, std::size_t at, std::uint32_t v) {
+    b[at] = std::uint8_t(v >> 8);
+    b[at + 1] = std::uint8_t(v);
+}
+
+// The frame header says wide x high; the data stays that of the small picture.
+std::vector<std::uint8_t> jpegClaiming(std::uint32_t wide, std::uint32_t high, bool progressive) {
+    auto b = jpegBytes(16, 16, 3, {}, progressive);
+    const std::size_t sof = findMarker(b, progressive ? 0xc2 : 0xc0);
+    putU16BE(b, sof + 5, high);
+    putU16BE(b, sof + 7, wide);
+    return b;
+}
+
+// Every AC coefficient alone and refined bit by bit: a valid progression of 704 scans.
+std::vector<std::uint8_t> jpegOfManyScans() {
+    std::vector<jpeg_scan_info> scans;
+    auto add = [&](int ss, int se, int ah, int al) {
+        jpeg_scan_info s{};
+        s.comps_in_scan = 1;
+        s.Ss = ss, s.Se = se, s.Ah = ah, s.Al = al;
+        scans.push_back(s);
+    };
+    for (int k = 0; k < 64; ++k) {
+        add(k, k, 0, 10);
+        for (int al = 9; al >= 0; --al) {
+            add(k, k, al + 1, al);
+        }
+    }
+    return jpegBytes(16, 16, 1, scans);
+}
+
+// The last scan of a progressive file repeated thousands of times.
+std::vector<std::uint8_t> jpegRepeatingAScan() {
+    auto b = jpegBytes(64, 64, 3, {}, true);
+    std::size_t last = 0;
+    for (std::size_t at = findMarker(b, 0xda); at < b.size(); at = findMarker(b, 0xda, at + 2)) {
+        last = at;
+    }
+    const std::vector<std::uint8_t> scan(b.begin() + std::ptrdiff_t(last), b.end() - 2);
+    std::vector<std::uint8_t> out(b.begin(), b.end() - 2);
+    for (int i = 0; i < 6400; ++i) {
+        out.insert(out.end(), scan.begin(), scan.end());
+    }
+    out.insert(out.end(), {0xff, 0xd9});
+    return out;
+}
+
+// End-of-image in the middle of the entropy-coded data.
+std::vector<std::uint8_t> jpegWithMarkerInData() {
+    auto b = jpegBytes(64, 64, 3);
+    const std::size_t sos = findMarker(b, 0xda);
+    const std::size_t middle = sos + (b.size() - sos) / 2;
+    b[middle] = 0xff;
+    b[middle + 1] = 0xd9;
+    return b;
+}
+
+std::uint32_t crc32(const std::uint8_t* p, std::size_t n) {
+    std::uint32_t c = 0xffffffffu;
+    for (std::size_t i = 0; i < n; ++i) {
+        c ^= p[i];
+        for (int k = 0; k < 8; ++k) {
+            c = c & 1 ? 0xedb88320u ^ (c >> 1) : c >> 1;
+        }
+    }
+    return ~c;
+}
+
+std::vector<std::uint8_t> pngClaiming(const TempDir& dir, std::uint32_t wide, std::uint32_t high) {
+    const std::string path = dir.file("small.png");
+    testing::writePng(path, {16, 16, 3, 8}, testing::pattern(16 * 16 * 3, 256));
+    auto b = testing::readBytes(path);
+    // IHDR's data starts after the signature, its length and its type.
+    for (const auto& [at, v] : {std::pair<std::size_t, std::uint32_t>{16, wide}, {20, high}}) {
+        putU16BE(b, at, v >> 16);
+        putU16BE(b, at + 2, v & 0xffff);
+    }
+    const std::uint32_t crc = crc32(&b[12], 17);
+    putU16BE(b, 29, crc >> 16);
+    putU16BE(b, 31, crc & 0xffff);
+    return b;
+}
+
+struct TiffClaim {
+    std::uint32_t wide, high;
+    int compression;
+    std::uint32_t tileSide = 0;  // 0: one strip
+    std::uint32_t tilesWritten = ~0u;
+    std::size_t bytesPerBlock = 600;
+};
+
+// Tags as a real writer sets them, but the data is a few bytes of noise per strip or tile;
+// tiles beyond tilesWritten are left out (offset and byte count 0).
+void writeTiffClaim(const std::string& path, const TiffClaim& s) {
+    TIFF* t = TIFFOpen(path.c_str(), "w");
+    ASSERT_NE(t, nullptr);
+    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, s.wide);
+    TIFFSetField(t, TIFFTAG_IMAGELENGTH, s.high);
+    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 3);
+    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 8);
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+    TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(t, TIFFTAG_COMPRESSION, s.compression);
+    std::uint32_t blocks = 1;
+    if (s.tileSide) {
+        TIFFSetField(t, TIFFTAG_TILEWIDTH, s.tileSide);
+        TIFFSetField(t, TIFFTAG_TILELENGTH, s.tileSide);
+        blocks = std::min(TIFFNumberOfTiles(t), s.tilesWritten);
+    } else {
+        TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, s.high);
+    }
+    std::vector<std::uint8_t> noise = testing::packRow(testing::pattern(s.bytesPerBlock, 256), 8);
+    for (std::uint32_t i = 0; i < blocks; ++i) {
+        const auto write = s.tileSide ? TIFFWriteRawTile : TIFFWriteRawStrip;
+        ASSERT_GT(write(t, i, noise.data(), tmsize_t(noise.size())), 0);
+    }
+    TIFFClose(t);
+}
+
+// A genuine JPEG-compressed TIFF whose strip has an end-of-image marker halfway through.
+void writeTiffJpegWithMarkerInData(const std::string& path) {
+    const int side = 64;
+    TIFF* t = TIFFOpen(path.c_str(), "w");
+    ASSERT_NE(t, nullptr);
+    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, side);
+    TIFFSetField(t, TIFFTAG_IMAGELENGTH, side);
+    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 3);
+    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 8);
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+    TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_JPEG);
+    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, side);
+    auto pixels = testing::packRow(testing::pattern(side * side * 3, 256), 8);
+    ASSERT_GT(TIFFWriteEncodedStrip(t, 0, pixels.data(), tmsize_t(pixels.size())), 0);
+    TIFFClose(t);
+    t = TIFFOpen(path.c_str(), "r");
+    const std::uint64_t offset = TIFFGetStrileOffset(t, 0), bytes = TIFFGetStrileByteCount(t, 0);
+    TIFFClose(t);
+    auto b = testing::readBytes(path);
+    b[offset + bytes / 2] = 0xff;
+    b[offset + bytes / 2 + 1] = 0xd9;
+    testing::writeBytes(path, b);
+}
+
+long peakKilobytes() {
+    rusage use{};
+    getrusage(RUSAGE_SELF, &use);
+    return use.ru_maxrss;
+}
+
+TEST(HostileFiles, AreRefusedQuicklyWithTheirReasonAndWithoutTheMemoryTheyAskFor) {
+    TempDir dir;
+    const struct {
+        const char* name;
+        std::function<void(const std::string&)> write;
+        std::string reason;
+    } cases[] = {
+        {"huge.jpg", [](auto& p) { testing::writeBytes(p, jpegClaiming(26000, 26000, false)); },
+         kTooSmall + std::string("26000 x 26000 pixels")},
+        {"huge-progressive.jpg",
+         [](auto& p) { testing::writeBytes(p, jpegClaiming(26000, 26000, true)); }, kTooSmall},
+        {"704-scans.jpg", [](auto& p) { testing::writeBytes(p, jpegOfManyScans()); },
+         "the picture is stored in more than 500 passes"},
+        {"repeated-scan.jpg", [](auto& p) { testing::writeBytes(p, jpegRepeatingAScan()); },
+         kDamaged},
+        {"marker-in-data.jpg", [](auto& p) { testing::writeBytes(p, jpegWithMarkerInData()); },
+         kDamaged},
+        {"huge.png", [&](auto& p) { testing::writeBytes(p, pngClaiming(dir, 25000, 25000)); },
+         kTooSmall + std::string("25000 x 25000 pixels")},
+        {"jpeg-huge.tif",
+         [](auto& p) {
+             writeTiffClaim(p, {26000, 26000, COMPRESSION_JPEG});
+         },
+         kTooSmall + std::string("26000 x 26000 pixels")},
+        {"deflate-huge.tif",
+         [](auto& p) {
+             writeTiffClaim(p, {20000, 20000, COMPRESSION_ADOBE_DEFLATE});
+         },
+         kTooSmall},
+        {"lzw-huge.tif",
+         [](auto& p) {
+             writeTiffClaim(p, {20000, 20000, COMPRESSION_LZW});
+         },
+         kTooSmall},
+        {"packbits-huge.tif",
+         [](auto& p) {
+             writeTiffClaim(p, {4000, 4000, COMPRESSION_PACKBITS});
+         },
+         kTooSmall},
+        {"raw-short.tif",
+         [](auto& p) {
+             writeTiffClaim(p, {4000, 4000, COMPRESSION_NONE});
+         },
+         kTruncated},
+        {"tiles-missing.tif",
+         [](auto& p) {
+             writeTiffClaim(p, {26000, 26000, COMPRESSION_LZW, 512, 3});
+         },
+         kTruncated},
+        {"tiles-missing-small.tif",
+         [](auto& p) {
+             writeTiffClaim(p, {64, 64, COMPRESSION_NONE, 16, 3, 16 * 16 * 3});
+         },
+         kTruncated},
+        {"tile-65488.tif",
+         [](auto& p) {
+             writeTiffClaim(p, {16, 16, COMPRESSION_JPEG, 65488});
+         },
+         kDamaged},
+        {"jpeg-marker-in-data.tif", [](auto& p) { writeTiffJpegWithMarkerInData(p); }, kDamaged},
+    };
+    for (const auto& c : cases) {
+        c.write(dir.file(c.name));
+    }
+    ::testing::internal::CaptureStderr();
+    const long peakBefore = peakKilobytes();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto start = std::chrono::steady_clock::now();
+        auto picture = readImageFile(dir.file(c.name));
+        const auto took = std::chrono::steady_clock::now() - start;
+        ASSERT_FALSE(picture.ok());
+        EXPECT_EQ(picture.error().reason.substr(0, c.reason.size()), c.reason);
+        EXPECT_LT(took, std::chrono::seconds(1));
+    }
+    // Refused before the pixels are touched: the peak grows by far less than any picture here.
+    EXPECT_LT(peakKilobytes() - peakBefore, 64 * 1024);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+// The limits leave real files alone: a progressive file gives the same pixels as a sequential
+// one of the same quality, and libtiff's own JPEG and tiles still decode.
+TEST(HostileFiles, GenuineProgressiveAndTiledJpegFilesStillDecode) {
+    TempDir dir;
+    testing::writeBytes(dir.file("seq.jpg"), jpegBytes(40, 24, 3));
+    testing::writeBytes(dir.file("prog.jpg"), jpegBytes(40, 24, 3, {}, true));
+    testing::writeTiff(dir.file("jpeg.tif"),
+                       {40, 24, 3, 8, PHOTOMETRIC_RGB, false, true, COMPRESSION_JPEG},
+                       testing::pattern(40 * 24 * 3, 256));
+    auto seq = readImageFile(dir.file("seq.jpg"));
+    auto prog = readImageFile(dir.file("prog.jpg"));
+    auto tiff = readImageFile(dir.file("jpeg.tif"));
+    ASSERT_TRUE(seq.ok() && prog.ok()) << (seq.ok() ? prog : seq).error().reason;
+    ASSERT_TRUE(tiff.ok()) << tiff.error().reason;
+    EXPECT_EQ(testing::meshedSamples(*prog->bitmap), testing::meshedSamples(*seq->bitmap));
+    EXPECT_EQ(tiff->pixelsWide(), 40);
+}
+
+}  // namespace
+}  // namespace pv
