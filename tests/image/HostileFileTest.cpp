@@ -286,9 +286,12 @@ TEST(HostileFiles, AreRefusedQuicklyWithTheirReasonAndWithoutTheMemoryTheyAskFor
         const auto start = std::chrono::steady_clock::now();
         auto picture = readImageFile(dir.file(c.name));
         const auto took = std::chrono::steady_clock::now() - start;
-        ASSERT_FALSE(picture.ok());
-        EXPECT_EQ(picture.error().reason.substr(0, c.reason.size()), c.reason);
         EXPECT_LT(took, std::chrono::seconds(1));
+        if (picture.ok()) {
+            ADD_FAILURE() << "taken for a picture";
+            continue;
+        }
+        EXPECT_EQ(picture.error().reason.substr(0, c.reason.size()), c.reason);
     }
     // Refused before the pixels are touched: the peak grows by far less than any picture here.
     EXPECT_LT(peakKilobytes() - peakBefore, 64 * 1024);
