@@ -113,6 +113,25 @@ std::vector<std::uint8_t> jpegRepeatingAScan() {
     return out;
 }
 
+// A progressive file that ends cleanly after the first of its components' own DC scans.
+std::vector<std::uint8_t> jpegMissingTwoComponents() {
+    std::vector<jpeg_scan_info> scans;
+    for (int component = 0; component < 3; ++component) {
+        for (const auto& [ss, se] : {std::pair{0, 0}, std::pair{1, 63}}) {
+            jpeg_scan_info s{};
+            s.comps_in_scan = 1;
+            s.component_index[0] = component;
+            s.Ss = ss, s.Se = se;
+            scans.push_back(s);
+        }
+    }
+    auto b = jpegBytes(32, 32, 3, scans);
+    const std::size_t second = findMarker(b, 0xda, findMarker(b, 0xda) + 2);
+    b.resize(second);
+    b.insert(b.end(), {0xff, 0xd9});
+    return b;
+}
+
 // End-of-image in the middle of the entropy-coded data.
 std::vector<std::uint8_t> jpegWithMarkerInData() {
     auto b = jpegBytes(64, 64, 3);
@@ -230,6 +249,8 @@ TEST(HostileFiles, AreRefusedQuicklyWithTheirReasonAndWithoutTheMemoryTheyAskFor
          "the picture is stored in more than 500 passes"},
         {"repeated-scan.jpg", [](auto& p) { testing::writeBytes(p, jpegRepeatingAScan()); },
          kDamaged},
+        {"dc-missing.jpg", [](auto& p) { testing::writeBytes(p, jpegMissingTwoComponents()); },
+         kTruncated},
         {"marker-in-data.jpg", [](auto& p) { testing::writeBytes(p, jpegWithMarkerInData()); },
          kDamaged},
         {"huge.png", [&](auto& p) { testing::writeBytes(p, pngClaiming(dir, 25000, 25000)); },
