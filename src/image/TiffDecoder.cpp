@@ -27,8 +27,12 @@ struct TiffNews {
 bool mentionsMemory(const char* fmt, va_list args) {
     char text[512];
     std::vsnprintf(text, sizeof text, fmt, args);
-    return std::strstr(text, "memory") != nullptr || std::strstr(text, "Cannot allocate") ||
-           std::strstr(text, "Failed to allocate");
+    for (const char* word : {"memory", "Memory", "allocate", "No space"}) {
+        if (std::strstr(text, word)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 int tiffError(TIFF*, void* news, const char*, const char* fmt, va_list args) {

@@ -18,41 +18,10 @@ constexpr const char* kTruncated = "the file ends before the picture is complete
 constexpr const char* kDamaged = "the file is damaged and the picture cannot be read";
 constexpr const char* kTooSmall = "the file is too small to hold the ";
 
-// A grey or RGB JPEG in memory; a scan script makes it progressive.
 std::vector<std::uint8_t> jpegBytes(int wide, int high, int components,
-                                    const std::vector<jpeg_scan_info>& scans = {},
-                                    bool simpleProgression = false) {
-    jpeg_compress_struct c{};
-    jpeg_error_mgr err{};
-    c.err = jpeg_std_error(&err);
-    jpeg_create_compress(&c);
-    unsigned char* out = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&c, &out, &size);
-    c.image_width = JDIMENSION(wide);
-    c.image_height = JDIMENSION(high);
-    c.input_components = components;
-    c.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
-    jpeg_set_defaults(&c);
-    jpeg_set_quality(&c, 100, TRUE);
-    if (simpleProgression) {
-        jpeg_simple_progression(&c);
-    } else if (!scans.empty()) {
-        c.scan_info = scans.data();
-        c.num_scans = int(scans.size());
-    }
-    jpeg_start_compress(&c, TRUE);
-    const auto samples = testing::pattern(std::size_t(wide * components), 256);
-    auto row = testing::packRow(samples, 8);
-    while (c.next_scanline < c.image_height) {
-        JSAMPROW r = row.data();
-        jpeg_write_scanlines(&c, &r, 1);
-    }
-    jpeg_finish_compress(&c);
-    jpeg_destroy_compress(&c);
-    std::vector<std::uint8_t> bytes(out, out + size);
-    std::free(out);
-    return bytes;
+                                    const testing::JpegOptions& options = {}) {
+    const auto samples = testing::pattern(std::size_t(wide * high * components), 256);
+    return testing::jpegBytes(wide, high, components, samples, options);
 }
 
 std::size_t findMarker(const std::vector<std::uint8_t>& b, std::uint8_t marker,
@@ -72,7 +41,7 @@ void putU16BE(std::vector<std::uint8_t>& b, std::size_t at, std::uint32_t v) {
 
 // The frame header says wide x high; the data stays that of the small picture.
 std::vector<std::uint8_t> jpegClaiming(std::uint32_t wide, std::uint32_t high, bool progressive) {
-    auto b = jpegBytes(16, 16, 3, {}, progressive);
+    auto b = jpegBytes(16, 16, 3, {.progressive = progressive});
     const std::size_t sof = findMarker(b, progressive ? 0xc2 : 0xc0);
     putU16BE(b, sof + 5, high);
     putU16BE(b, sof + 7, wide);
@@ -94,12 +63,12 @@ std::vector<std::uint8_t> jpegOfManyScans() {
             add(k, k, al + 1, al);
         }
     }
-    return jpegBytes(16, 16, 1, scans);
+    return jpegBytes(16, 16, 1, {.scans = scans});
 }
 
 // The last scan of a progressive file repeated thousands of times.
 std::vector<std::uint8_t> jpegRepeatingAScan() {
-    auto b = jpegBytes(64, 64, 3, {}, true);
+    auto b = jpegBytes(64, 64, 3, {.progressive = true});
     std::size_t last = 0;
     for (std::size_t at = findMarker(b, 0xda); at < b.size(); at = findMarker(b, 0xda, at + 2)) {
         last = at;
@@ -125,7 +94,7 @@ std::vector<std::uint8_t> jpegMissingTwoComponents() {
             scans.push_back(s);
         }
     }
-    auto b = jpegBytes(32, 32, 3, scans);
+    auto b = jpegBytes(32, 32, 3, {.scans = scans});
     const std::size_t second = findMarker(b, 0xda, findMarker(b, 0xda) + 2);
     b.resize(second);
     b.insert(b.end(), {0xff, 0xd9});
@@ -324,7 +293,7 @@ TEST(HostileFiles, AreRefusedQuicklyWithTheirReasonAndWithoutTheMemoryTheyAskFor
 TEST(HostileFiles, GenuineProgressiveAndTiledJpegFilesStillDecode) {
     TempDir dir;
     testing::writeBytes(dir.file("seq.jpg"), jpegBytes(40, 24, 3));
-    testing::writeBytes(dir.file("prog.jpg"), jpegBytes(40, 24, 3, {}, true));
+    testing::writeBytes(dir.file("prog.jpg"), jpegBytes(40, 24, 3, {.progressive = true}));
     testing::writeTiff(dir.file("jpeg.tif"),
                        {40, 24, 3, 8, PHOTOMETRIC_RGB, false, true, COMPRESSION_JPEG},
                        testing::pattern(40 * 24 * 3, 256));

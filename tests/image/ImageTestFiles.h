@@ -9,6 +9,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -85,24 +86,38 @@ inline void writePng(const std::string& path, const PngLayout& s,
     std::fclose(f);
 }
 
-// densityUnit as JFIF: 0 none, 1 per inch, 2 per centimetre; samples meshed, below 256.
-inline void writeJpeg(const std::string& path, int wide, int high, int components,
-                      const std::vector<std::uint32_t>& samples, int densityUnit, int density) {
-    std::FILE* f = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr);
+// densityUnit as JFIF: 0 none, 1 per inch, 2 per centimetre.
+struct JpegOptions {
+    int densityUnit = 0, density = 72;
+    bool progressive = false;             // libjpeg's own progression
+    std::vector<jpeg_scan_info> scans{};  // or this one
+};
+
+// Samples meshed, below 256; quality 100.
+inline std::vector<std::uint8_t> jpegBytes(int wide, int high, int components,
+                                           const std::vector<std::uint32_t>& samples,
+                                           const JpegOptions& o = {}) {
     jpeg_compress_struct c{};
     jpeg_error_mgr err{};
     c.err = jpeg_std_error(&err);
     jpeg_create_compress(&c);
-    jpeg_stdio_dest(&c, f);
+    unsigned char* out = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&c, &out, &size);
     c.image_width = JDIMENSION(wide);
     c.image_height = JDIMENSION(high);
     c.input_components = components;
     c.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
     jpeg_set_defaults(&c);
     jpeg_set_quality(&c, 100, TRUE);
-    c.density_unit = std::uint8_t(densityUnit);
-    c.X_density = c.Y_density = std::uint16_t(density);
+    c.density_unit = std::uint8_t(o.densityUnit);
+    c.X_density = c.Y_density = std::uint16_t(o.density);
+    if (o.progressive) {
+        jpeg_simple_progression(&c);
+    } else if (!o.scans.empty()) {
+        c.scan_info = o.scans.data();
+        c.num_scans = int(o.scans.size());
+    }
     jpeg_start_compress(&c, TRUE);
     auto bytes = packRow(samples, 8);
     for (int y = 0; y < high; ++y) {
@@ -111,7 +126,14 @@ inline void writeJpeg(const std::string& path, int wide, int high, int component
     }
     jpeg_finish_compress(&c);
     jpeg_destroy_compress(&c);
-    std::fclose(f);
+    std::vector<std::uint8_t> file(out, out + size);
+    std::free(out);
+    return file;
+}
+
+inline void writeJpeg(const std::string& path, int wide, int high, int components,
+                      const std::vector<std::uint32_t>& samples, int densityUnit, int density) {
+    writeBytes(path, jpegBytes(wide, high, components, samples, {densityUnit, density}));
 }
 
 // Uncompressed, or bit fields when there are masks: three after a 40-byte header, four (with
