@@ -21,14 +21,15 @@
 #include <QTimer>
 #include <QUrl>
 #include <QtConcurrent/QtConcurrentRun>
+#include <map>
 
 #include "analysis/ScatterGram.h"
 #include "app/AboutBox.h"
+#include "app/BackgroundWindow.h"
 #include "app/HelpWindow.h"
 #include "app/ImageInfoDialog.h"
-#include "app/PreferencesDialog.h"
-#include "app/BackgroundWindow.h"
 #include "app/ImagePrinter.h"
+#include "app/PreferencesDialog.h"
 #include "app/QtPictures.h"
 #include "app/SettingsStore.h"
 #include "image/ImageFile.h"
@@ -113,7 +114,11 @@ MainWindow::MainWindow(QWidget* parent)
     ui_->setupUi(this);
     imageStatus_ = new QLabel(this);
     hoverStatus_ = new QLabel(this);
+    cautionStatus_ = new QLabel(this);
+    cautionStatus_->setObjectName("cautionStatus");
+    cautionStatus_->setStyleSheet("color: #a04000;");
     statusBar()->addWidget(hoverStatus_, 1);
+    statusBar()->addPermanentWidget(cautionStatus_);
     statusBar()->addPermanentWidget(imageStatus_);
 
     // Items 2 and 5 are separators, so that an item's index is the pair's popup index.
@@ -635,6 +640,30 @@ void MainWindow::updateWindowTitle() {
 }
 
 void MainWindow::showStatus() {
+    // Results without an answer say why: all of it in the status bar, each coefficient's own
+    // reason on its field.
+    QStringList cautions;
+    std::map<std::string, QString> reasons;
+    for (const Caution& c : controller_->cautions()) {
+        QString text = toQString(c.text);
+        text[0] = text[0].toUpper();
+        cautions << text;
+        for (const std::string& name : c.coefficients) {
+            reasons[name] = text;
+        }
+    }
+    cautionStatus_->setText(cautions.join("; "));
+    cautionStatus_->setToolTip(cautions.join('\n'));
+    Ui::MainWindow& u = *ui_;
+    const std::pair<QLineEdit*, const char*> fields[] = {
+        {u.coefficient_Rr, "Rr"}, {u.coefficient_R, "R"},   {u.coefficient_k1, "k1"},
+        {u.coefficient_k2, "k2"}, {u.coefficient_m1, "m1"}, {u.coefficient_m2, "m2"},
+        {u.coefficient_M1, "M1"}, {u.coefficient_M2, "M2"}};
+    for (const auto& [field, name] : fields) {
+        const auto reason = reasons.find(name);
+        field->setToolTip(reason == reasons.end() ? QString() : reason->second);
+    }
+
     const Picture& p = controller_->currentDisplayedImage();
     const ImageFileInfo& info = controller_->workingImage().imageFileInfo;
     imageStatus_->setText(p.isEmpty() ? tr("No image")

@@ -81,7 +81,8 @@ class MainWindow : public QMainWindow {
     bool readCancelled_ = false;
     QLabel* imageStatus_ = nullptr;
     QLabel* hoverStatus_ = nullptr;
-    QSize controlsAt2x_;  // the controls' minimum size with a 2x scatter gram
+    QLabel* cautionStatus_ = nullptr;           // why results have no answer
+    QSize controlsAt2x_;                        // the controls' minimum size with a 2x scatter gram
     PreferencesDialog* preferences_ = nullptr;  // made on first use, kept
     QPointer<ImageInfoDialog> imageInfo_;       // made at each opening, gone when closed
 };

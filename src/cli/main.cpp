@@ -43,6 +43,7 @@ class BatchPort : public NullControllerPort {
 struct ImageOutcome {
     bool ok = false;
     std::vector<std::string> failures;  // "FILE: reason"
+    std::vector<std::string> cautions;  // "FILE: the green channel is constant": no failure
     std::string report;                 // printed for a single image without --report
     std::vector<std::string> row;       // one row of the batch table
 };
@@ -107,6 +108,9 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
         }
     }
 
+    for (const Caution& c : controller.cautions()) {
+        out.cautions.push_back(failureLine(image, c.text));
+    }
     const ResultFields& f = controller.fields();
     if (o.reportStem) {
         for (const Error& e : controller.outputPixelCoefficientData(reportStemFor(o, image),
@@ -272,10 +276,12 @@ int main(int argc, char** argv) {
         for (std::size_t i = next++; i < count; i = next++) {
             ImageOutcome outcome = analyseImage(o, o.images[i], passThreads);
             std::lock_guard<std::mutex> lock(mutex);
-            if (!outcome.failures.empty()) {
+            if (!outcome.failures.empty() || !outcome.cautions.empty()) {
                 progress.clearLine();
-                for (const std::string& line : outcome.failures) {
-                    std::cerr << line << "\n";
+                for (const auto* lines : {&outcome.cautions, &outcome.failures}) {
+                    for (const std::string& line : *lines) {
+                        std::cerr << line << "\n";
+                    }
                 }
             }
             progress.step();

@@ -108,6 +108,16 @@ bool PixmeraVeltroController::validateMenuItem(MenuAction action) const {
     return action != MenuAction::RestoreOriginal || image_.imageFileInfo.backgroundCorrected != 0;
 }
 
+std::vector<Caution> PixmeraVeltroController::cautions() const {
+    if (currentDisplayedImage().isEmpty()) {
+        return {};
+    }
+    return analysisCautions({.analysis = analysis_,
+                             .fields = fields_,
+                             .histogram = histogram_,
+                             .backgroundCorrected = image_.imageFileInfo.backgroundCorrected != 0});
+}
+
 std::uint64_t PixmeraVeltroController::pixelsWithPair(int x, int y) const {
     if (x < 0 || x > 255 || y < 0 || y > 255 ||
         histogram_.counts.size() != std::size_t(PairHistogram::kBins)) {

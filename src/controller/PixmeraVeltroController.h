@@ -8,6 +8,7 @@
 #include "analysis/PairHistogram.h"
 #include "analysis/RegionCensus.h"
 #include "background/BackgroundCorrection.h"
+#include "controller/Cautions.h"
 #include "controller/ControllerPort.h"
 #include "controller/Preferences.h"
 #include "controller/ResultTexts.h"
@@ -159,6 +160,10 @@ class PixmeraVeltroController : public PixmeraController {
     SelectionTool selectionTool() const { return selectionTool_; }
     bool initialImageHasBeenSelected() const { return image_.initialImageHasBeenSelected(); }
     const Picture& currentDisplayedImage() const { return image_.currentDisplayedImage(); }
+
+    // What the results as shown call for a word about: identical channels, and the reason
+    // each undefined coefficient has no answer.
+    std::vector<Caution> cautions() const;
 
     // Whether a menu item is enabled: nothing that needs a picture before the first one, and
     // Restore Original only while the picture is background-corrected.

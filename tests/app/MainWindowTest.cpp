@@ -283,6 +283,25 @@ class MainWindowTest : public QObject {
         QCOMPARE(w.windowTitle(), QString("Pixmera Veltro"));
     }
 
+    // A result without an answer says why, in the status bar and on its field.
+    void undefinedResultsSayWhy() {
+        MainWindow w;
+        QImage image(2, 1, QImage::Format_RGB888);
+        image.setPixelColor(0, 0, QColor(100, 0, 0));
+        image.setPixelColor(1, 0, QColor(50, 0, 0));
+        QApplication::clipboard()->setImage(image);
+        w.ui().actionPaste->trigger();
+        auto* status = w.findChild<QLabel*>("cautionStatus");
+        QVERIFY(status != nullptr);
+        QCOMPARE(status->text(), QString());
+        QTest::mouseClick(w.ui().calculateCoefficientButton, Qt::LeftButton);
+        answer(w, "Calculate Anyway");
+        const QString why = "Rr, R, k2 and m2 are undefined: the green channel is 0 in every pixel";
+        QCOMPARE(status->text(), why);
+        QCOMPARE(w.ui().coefficient_k2->toolTip(), why);
+        QCOMPARE(w.ui().coefficient_k1->toolTip(), QString());  // k1 has its answer
+    }
+
     // A cancelled open leaves the picture and its results as they were.
     void cancelledOpenChangesNothing() {
         MainWindow w;

@@ -177,6 +177,18 @@ TEST_F(CliTest, FailedWriteIsReportedAndLeavesNothing) {
     EXPECT_FALSE(fs::exists(dir / "no-such-folder"));
 }
 
+// A result without an answer is no failure, but the reason is said once per file.
+TEST_F(CliTest, UndefinedResultsAreExplainedOnStandardError) {
+    const std::string grey = tiff("grey.tif", 2, 1, {9, 9, 9, 80, 80, 80});
+    const std::string flat = tiff("flat.tif", 2, 1, {100, 10, 0, 100, 50, 0});
+    const CliRun r = run({grey, flat});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, grey +
+                         ": the red and green channels are identical in every pixel: is the "
+                         "picture grey?\n" +
+                         flat + ": Rr is undefined: the red channel is constant\n");
+}
+
 // Results that cannot be written to standard output are a failure, not a success.
 TEST_F(CliTest, FullStandardOutputFails) {
     if (!fs::exists("/dev/full")) {

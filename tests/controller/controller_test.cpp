@@ -488,3 +488,67 @@ TEST_F(ControllerTest, PixelsWithAPairComeFromThePass) {
 
 }  // namespace
 }  // namespace pv
+
+namespace pv {
+namespace {
+
+// Results without an answer come with the reason, in words; answers come with none.
+TEST_F(ControllerTest, UndefinedResultsSayWhy) {
+    struct Case {
+        std::vector<RGB> pixels;
+        CoefficientCheckboxes boxes;
+        bool region;  // a rectangle around pairs that hold no pixel
+        std::vector<std::string> cautions;
+    };
+    const CoefficientCheckboxes all;
+    const Case cases[] = {
+        {kExample, all, false, {}},
+        {{{100, 10, 0}, {100, 50, 0}}, all, false, {"Rr is undefined: the red channel is constant"}},
+        {{{100, 10, 0}, {100, 10, 0}},
+         all,
+         false,
+         {"Rr is undefined: the red and green channels are constant"}},
+        {{{100, 0, 0}, {50, 0, 9}},
+         all,
+         false,
+         {"Rr, R, k2 and m2 are undefined: the green channel is 0 in every pixel"}},
+        // Unticked coefficients read ND and need no word.
+        {{{100, 0, 0}, {50, 0, 9}},
+         {false, true, false, false},
+         false,
+         {"R is undefined: the green channel is 0 in every pixel"}},
+        {{{0, 0, 0}, {0, 0, 70}},
+         all,
+         false,
+         {"Rr, R, k1, k2, m1 and m2 are undefined: no pixel has red or green above 0"}},
+        {{{7, 7, 7}, {90, 90, 90}},
+         all,
+         false,
+         {"the red and green channels are identical in every pixel: is the picture grey?"}},
+        {kExample,
+         all,
+         true,
+         {"M1 and M2 are undefined: the region holds no pixels with red or green above 0"}},
+    };
+    for (const Case& c : cases) {
+        RecordingPort p;
+        PixmeraVeltroController ctl(p);
+        ctl.awakeFromNib();
+        EXPECT_TRUE(ctl.cautions().empty());  // no picture, nothing to say
+        ctl.takePictureFromView(picture(int(c.pixels.size()), 1, c.pixels), std::nullopt);
+        ctl.setCheckboxes(c.boxes);
+        ctl.calculateCoefficients();
+        if (c.region) {
+            dragRectangle(ctl, {150, 150}, {250, 250});
+            ctl.calculateROI();
+        }
+        std::vector<std::string> texts;
+        for (const Caution& caution : ctl.cautions()) {
+            texts.push_back(caution.text);
+        }
+        EXPECT_EQ(texts, c.cautions) << testing::PrintToString(c.pixels);
+    }
+}
+
+}  // namespace
+}  // namespace pv
