@@ -58,12 +58,11 @@ struct TiffLayout {
     float xres = 0, yres = 0;  // 0: no resolution tags
     int unit = RESUNIT_INCH;
     std::span<const std::uint16_t> palette = {};  // as colourMap lays it out; or colourMap's
+    int pages = 1;                                // each the same picture
 };
 
-inline void writeTiff(const std::string& path, const TiffLayout& s,
-                      const std::vector<std::uint32_t>& samples) {
-    TIFF* t = TIFFOpen(path.c_str(), "w");
-    ASSERT_NE(t, nullptr);
+// One page: the tags and the pixels, strip after strip or tile after tile.
+inline void writeTiffPage(TIFF* t, const TiffLayout& s, const std::vector<std::uint32_t>& samples) {
     // Strips of 4 rows, so the last is usually short; tiles reach past the picture, zero there.
     const int blockHigh = s.tiled ? 16 : 4, blockWide = s.tiled ? 16 : s.wide;
     const int planes = s.planar ? s.samples : 1, perPixel = s.samples / planes;
@@ -113,6 +112,18 @@ inline void writeTiff(const std::string& path, const TiffLayout& s,
                 ASSERT_GT(write(t, index, block.data(), tmsize_t(block.size())), 0);
             }
         }
+    }
+}
+
+inline void writeTiff(const std::string& path, const TiffLayout& s,
+                      const std::vector<std::uint32_t>& samples) {
+    TIFF* t = TIFFOpen(path.c_str(), "w");
+    ASSERT_NE(t, nullptr);
+    for (int page = 0; page < s.pages; ++page) {
+        if (page > 0) {
+            ASSERT_EQ(TIFFWriteDirectory(t), 1);
+        }
+        writeTiffPage(t, s, samples);
     }
     TIFFClose(t);
 }

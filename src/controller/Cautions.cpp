@@ -79,6 +79,9 @@ std::vector<Caution> analysisCautions(const CautionFacts& facts) {
     std::vector<Caution> out;
     const PairLabels labels = pairLabels(facts.analysis.rgbCombo);
     const std::string y = lowercase(labels.yAxis), x = lowercase(labels.xAxis);
+    if (facts.pages > 1) {
+        out.push_back({tr("only page 1 of %1 was analysed", {std::to_string(facts.pages)}), {}});
+    }
     if (channelsIdentical(facts.histogram)) {
         out.push_back({tr("the %1 and %2 channels are identical in every pixel: is the picture "
                           "grey?",

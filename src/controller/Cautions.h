@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -24,9 +25,11 @@ struct CautionFacts {
     const ResultFields& fields;
     const PairHistogram& histogram;
     bool backgroundCorrected = false;
+    std::uint32_t pages = 1;  // of the file; only the first is analysed
 };
 
-// The cautions the results as shown call for: channels that are identical in every pixel, and
+// The cautions the results as shown call for: pages left out, channels that are identical in
+// every pixel, and
 // every coefficient that reads "nan" or "inf" with the reason its formula had no answer.
 std::vector<Caution> analysisCautions(const CautionFacts& facts);
 

@@ -115,7 +115,8 @@ std::vector<Caution> PixmeraVeltroController::cautions() const {
     return analysisCautions({.analysis = analysis_,
                              .fields = fields_,
                              .histogram = histogram_,
-                             .backgroundCorrected = image_.imageFileInfo.backgroundCorrected != 0});
+                             .backgroundCorrected = image_.imageFileInfo.backgroundCorrected != 0,
+                             .pages = loadedPages_});
 }
 
 std::uint64_t PixmeraVeltroController::pixelsWithPair(int x, int y) const {
@@ -175,6 +176,7 @@ void PixmeraVeltroController::selectedNewImage() {
 Status PixmeraVeltroController::takeNewPicture(Picture read, Status status) {
     // Even a failed read is normalised (as nothing), so the file facts read as for no picture.
     Picture normalised;
+    loadedPages_ = read.pageCount;
     Result<Picture> at72 = convertNon72dpiImages(read, image_.imageFileInfo);
     read = Picture();  // kept only if normalisation had nothing to change
     if (at72) {

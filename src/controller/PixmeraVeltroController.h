@@ -227,6 +227,7 @@ class PixmeraVeltroController : public PixmeraController {
     ResultFields fields_;
     ButtonStates buttons_;
     CoefficientCheckboxes checkboxes_;
+    std::uint32_t loadedPages_ = 1;  // of the file the picture came from
     unsigned analysisThreads_ = 0;
     int actionDepth_ = 0;
     bool refreshPending_ = false;

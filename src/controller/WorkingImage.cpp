@@ -40,8 +40,7 @@ void WorkingImage::load(Picture picture) {
     currentImageRect_ = makeRect(0.0f, 0.0f, imageFileInfo.width, imageFileInfo.height);
 }
 
-bool WorkingImage::applyBackgroundCorrection(const BackgroundSettings& settings,
-                                             unsigned threads) {
+bool WorkingImage::applyBackgroundCorrection(const BackgroundSettings& settings, unsigned threads) {
     if (!current_.isEmpty()) {
         std::optional<Bitmap> copy = current_.bitmap->copy();
         if (!copy) {

@@ -25,8 +25,7 @@ class WorkingImage {
     void restore();
     // Paints the selected pixels of a copy of the picture under analysis and shows it. False
     // when memory is short; nothing changes then.
-    bool reveal(const RegionSelection& selection, const AnalysisState& analysis,
-                unsigned threads);
+    bool reveal(const RegionSelection& selection, const AnalysisState& analysis, unsigned threads);
     // Forgets the revealed picture and shows the picture under analysis.
     void clearReveal();
     // Shows the picture under analysis; a revealed picture is kept for saving.

@@ -61,7 +61,7 @@ double usableDPI(double dpi) {
 Picture pictureAtResolution(Bitmap&& bitmap, double horizontalDPI, double verticalDPI) {
     const Size size{float(double(bitmap.pixelsWide()) / usableDPI(horizontalDPI) * 72.0),
                     float(double(bitmap.pixelsHigh()) / usableDPI(verticalDPI) * 72.0)};
-    return Picture{std::make_shared<const Bitmap>(std::move(bitmap)), size};
+    return Picture{std::make_shared<const Bitmap>(std::move(bitmap)), size, 1};
 }
 
 }  // namespace decode

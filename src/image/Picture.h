@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "core/Geometry.h"
@@ -12,6 +13,8 @@ namespace pv {
 struct Picture {
     std::shared_ptr<const Bitmap> bitmap;
     Size size;  // in points: pixels / dpi * 72
+    // Pages of the file it was read from; only the first is the picture.
+    std::uint32_t pageCount = 1;
 
     bool isEmpty() const { return !bitmap || bitmap->isEmpty(); }
     int pixelsWide() const { return bitmap ? bitmap->pixelsWide() : 0; }
@@ -20,7 +23,7 @@ struct Picture {
     // A picture of the bitmap at 72 dpi (one point per pixel).
     static Picture at72dpi(Bitmap&& b) {
         Size s{float(b.pixelsWide()), float(b.pixelsHigh())};
-        return Picture{std::make_shared<const Bitmap>(std::move(b)), s};
+        return Picture{std::make_shared<const Bitmap>(std::move(b)), s, 1};
     }
 };
 

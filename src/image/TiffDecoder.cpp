@@ -502,6 +502,9 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize) {
     if (!bitmap) {
         return bitmap.error();
     }
+    // Only the first page is read; how many there are is said beside the results. libtiff
+    // walks the chain of directories without reading them and stops at a loop.
+    const std::uint32_t pages = std::max<std::uint32_t>(1, TIFFNumberOfDirectories(tif.get()));
     news.readingPixels = true;
     const auto readFailure = [&](const char* why) {
         return failure(news.noMemory ? kNoMemory : why);
@@ -526,7 +529,9 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize) {
     TIFFGetFieldDefaulted(tif.get(), TIFFTAG_RESOLUTIONUNIT, &unit);
     const double dpiX = tiffDPI(tif.get(), TIFFTAG_XRESOLUTION, unit);
     const double dpiY = tiffDPI(tif.get(), TIFFTAG_YRESOLUTION, unit);
-    return pictureAtResolution(std::move(out), dpiX, dpiY);
+    Picture picture = pictureAtResolution(std::move(out), dpiX, dpiY);
+    picture.pageCount = pages;
+    return picture;
 }
 
 }  // namespace pv::decode

@@ -181,12 +181,15 @@ TEST_F(CliTest, FailedWriteIsReportedAndLeavesNothing) {
 TEST_F(CliTest, UndefinedResultsAreExplainedOnStandardError) {
     const std::string grey = tiff("grey.tif", 2, 1, {9, 9, 9, 80, 80, 80});
     const std::string flat = tiff("flat.tif", 2, 1, {100, 10, 0, 100, 50, 0});
-    const CliRun r = run({grey, flat});
+    const std::string stack = (dir / "stack.tif").string();
+    pv::testing::writeTiff(stack, {.wide = 2, .high = 1, .pages = 3}, {100, 0, 0, 20, 90, 0});
+    const CliRun r = run({grey, flat, stack});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, grey +
                          ": the red and green channels are identical in every pixel: is the "
                          "picture grey?\n" +
-                         flat + ": Rr is undefined: the red channel is constant\n");
+                         flat + ": Rr is undefined: the red channel is constant\n" + stack +
+                         ": only page 1 of 3 was analysed\n");
 }
 
 // Results that cannot be written to standard output are a failure, not a success.
