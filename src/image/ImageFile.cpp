@@ -23,14 +23,29 @@ std::optional<Error> unholdablePicture(std::uint64_t wide, std::uint64_t high, i
     if (wide == 0 || high == 0) {
         return failure(kDamaged);
     }
-    const std::uint64_t rowBytes = wide * std::uint64_t(isPlanar ? 1 : samplesPerPixel);
-    // Each factor is checked first so that the product cannot wrap around.
+    // A meshed picture keeps all its samples in one block, a planar one a block per channel;
+    // either block must stay within what a signed 32-bit offset reaches. Both factors are
+    // below 2^32 and a pixel has at most 4 samples, so the product fits in 128 bits.
+    __extension__ using Wide = unsigned __int128;
+    const Wide bytes = Wide(wide) * high * std::uint64_t(isPlanar ? 1 : samplesPerPixel);
     if (wide > Bitmap::kMaxBytesPerPlane || high > Bitmap::kMaxBytesPerPlane ||
-        rowBytes > Bitmap::kMaxBytesPerPlane / high) {
-        return failure(
-            "the picture is too large: %1 pixels exceed the 2 GB this program can hold "
-            "per colour plane",
-            {std::to_string(wide) + " x " + std::to_string(high)});
+        bytes > Bitmap::kMaxBytesPerPlane) {
+        std::string count;
+        for (Wide b = bytes; b != 0 || count.empty(); b /= 10) {
+            count.insert(count.begin(), char('0' + int(b % 10)));
+        }
+        const std::string dims = std::to_string(wide) + " x " + std::to_string(high);
+        const std::string limit = std::to_string(Bitmap::kMaxBytesPerPlane);
+        return isPlanar ? failure(
+                              "the picture is too large: %1 pixels take %2 bytes per colour "
+                              "plane, and this program holds at most %3 bytes (2 GiB) in "
+                              "one plane",
+                              {dims, count, limit})
+                        : failure(
+                              "the picture is too large: %1 pixels of %2 samples take %3 "
+                              "bytes, and this program holds at most %4 bytes (2 GiB) in "
+                              "one picture",
+                              {dims, std::to_string(samplesPerPixel), count, limit});
     }
     return std::nullopt;
 }

@@ -129,7 +129,10 @@ TEST(DamagedFiles, FileSystemForeignHugeAndCutFilesHaveTheirOwnWords) {
     refused("notes.tif", "not a picture file this program can read (TIFF, PNG, JPEG or BMP)");
     refused("really-a-tiff.pict",
             "PICT pictures are not supported; convert the file to TIFF or PNG.");
-    refused("huge.tif", "the picture is too large: 60000 x 60000 pixels");
+    // A grey file becomes three samples a pixel, all in one block.
+    refused("huge.tif",
+            "the picture is too large: 60000 x 60000 pixels of 3 samples take 10800000000 bytes, "
+            "and this program holds at most 2147483647 bytes (2 GiB) in one picture");
     if (geteuid() != 0) {  // root reads everything
         refused("locked.png", "you do not have permission to read the file");
     }
