@@ -151,8 +151,8 @@ bool parseBackground(std::string_view text, BackgroundStep& step, std::string& e
 }
 
 // The options that take a value, in their long form.
-constexpr std::string_view kValueOptions[] = {"--pair", "--coefficients", "--report",
-                                              "--roi",  "--background",   "--jobs"};
+constexpr std::string_view kValueOptions[] = {"--pair",       "--coefficients", "--report", "--roi",
+                                              "--background", "--jobs",         "--depth"};
 
 bool takesValue(std::string_view option) {
     return std::find(std::begin(kValueOptions), std::end(kValueOptions), option) !=
@@ -312,6 +312,21 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
                 return result;
             }
             o.jobs = n;
+        } else if (a == "--depth") {
+            auto v = value("--depth");
+            if (!v) {
+                return result;
+            }
+            int bits = 0;
+            auto [end, ec] = std::from_chars(v->data(), v->data() + v->size(), bits);
+            if (ec != std::errc() || end != v->data() + v->size() || bits < 1 || bits > 16) {
+                result.error =
+                    "--depth needs the bits of the raw data, from 1 to 16 (for example "
+                    "12), not '" +
+                    *v + "'";
+                return result;
+            }
+            o.depthBits = bits;
         } else {
             result.error = "unknown option '" + a + "'";
             return result;
@@ -374,6 +389,10 @@ Options:
                        before the analysis, set every sample of CHANNEL (red, green, blue
                        or all) at or below LEVEL (0 to 255) to 0, as the background
                        window's Apply does; may be given several times, applied in order
+  --depth BITS         read every 16-bit file as raw data of BITS bits (for example 12):
+                       samples are scaled by 255 / (2^BITS - 1) in every file alike, so a
+                       --background level means the same raw level throughout a batch;
+                       by default each 16-bit file is scaled by its own brightest sample
   --jobs N, -j N       analyse N files at a time (default: one per processor core)
   --help, -h           show this help
   --version            show the program's version
@@ -382,7 +401,10 @@ An option's value may also follow it after "=" (--pair=red-blue, --jobs=2, -j2).
 --background may be given more than once.
 
 Without --report, one image's report is printed on standard output; several images give one
-tab-separated table on standard output, a header row and one row per image.
+tab-separated table on standard output, a header row and one row per image, in input order:
+its last two columns give the scale of a 16-bit file (255/TOP: the raw value TOP became 255)
+and, for a file that failed, why. With --report, a file's report and pictures are written all
+or none.
 
 Exit status: 0 all went well, 1 some file could not be read or written (each failure is
 printed as "FILE: reason" on standard error while the others go on), 2 usage error.

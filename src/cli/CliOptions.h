@@ -34,6 +34,7 @@ struct Options {
     bool reveal = false;
     std::vector<BackgroundStep> background;
     unsigned jobs = 0;  // 0: one per core
+    int depthBits = 0;  // 16-bit files scaled alike from this depth; 0: each by its brightest
     bool help = false;
     bool version = false;
 };

@@ -40,6 +40,10 @@ class BatchPort : public NullControllerPort {
     std::vector<std::string> log;
 };
 
+// File, pair, four census classes of count and per cent, six coefficients, the region's four
+// classes, M1, M2, the 16-bit scale and the error.
+constexpr std::size_t kTableColumns = 2 + 8 + 6 + 8 + 2 + 2;
+
 struct ImageOutcome {
     bool ok = false;
     std::vector<std::string> failures;  // "FILE: reason"
@@ -65,6 +69,7 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     BatchPort port;
     PixmeraVeltroController controller(port);
     controller.setAnalysisThreads(threads);
+    controller.setReadOptions(ReadOptions{.depthBits = o.depthBits});
     controller.awakeFromNib();
     controller.applicationDidFinishLaunching();
     controller.setCheckboxes(o.checkboxes);
@@ -75,6 +80,11 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     const Status opened = controller.openImageFile(image);
     if (!opened) {
         out.failures.push_back(failureLine(image, opened.error().reason));
+        // A row all the same, so that the table's rows line up with the files given.
+        out.row.assign(kTableColumns, "");
+        out.row[0] = image;
+        out.row[1] = cli::pairName(o.rgbCombo);
+        out.row.back() = opened.error().reason;
         return out;
     }
     for (const std::string& line : port.log) {
@@ -113,8 +123,8 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     }
     const ResultFields& f = controller.fields();
     if (o.reportStem) {
-        for (const Error& e : controller.outputPixelCoefficientData(reportStemFor(o, image),
-                                                                    o.format, o.saveImages)) {
+        for (const Error& e : controller.outputPixelCoefficientData(
+                 reportStemFor(o, image), o.format, o.saveImages, /*allOrNothing=*/true)) {
             out.failures.push_back(failureLine(image, e.message()));
         }
     } else {
@@ -145,7 +155,15 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
                f.pixelCountROITotal,
                f.pixelROIPercentTotal,
                f.coefficient_M1,
-               f.coefficient_M2};
+               f.coefficient_M2,
+               controller.sixteenBitTop() ? "255/" + std::to_string(*controller.sixteenBitTop())
+                                          : std::string(),
+               std::string()};
+    std::string errors;  // what the last column says of a file whose outputs failed
+    for (const std::string& line : out.failures) {
+        errors += (errors.empty() ? "" : "; ") + line.substr(image.size() + 2);
+    }
+    out.row.back() = errors;
     out.ok = out.failures.empty();
     return out;
 }
@@ -168,7 +186,7 @@ std::string headerRow(RGBCombo combo) {
     for (const std::string& label : labels) {
         header += "\tRegion " + label + " count\tRegion " + label + " %";
     }
-    return header + "\tM1\tM2\n";
+    return header + "\tM1\tM2\t16-bit scale\tError\n";
 }
 
 std::string joinRow(const std::vector<std::string>& cells) {

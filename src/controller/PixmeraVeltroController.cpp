@@ -135,7 +135,7 @@ std::uint64_t PixmeraVeltroController::pixelsWithPair(int x, int y) const {
 // Working image
 
 Status PixmeraVeltroController::openImageFile(const std::string& path) {
-    return openReadPicture(path, readImageFile(path));
+    return openReadPicture(path, readImageFile(path, readOptions_));
 }
 
 Status PixmeraVeltroController::openReadPicture(const std::string& path, Result<Picture> read) {
@@ -177,6 +177,7 @@ Status PixmeraVeltroController::takeNewPicture(Picture read, Status status) {
     // Even a failed read is normalised (as nothing), so the file facts read as for no picture.
     Picture normalised;
     loadedPages_ = read.pageCount;
+    loadedSixteenBitTop_ = read.sixteenBitTop;
     Result<Picture> at72 = convertNon72dpiImages(read, image_.imageFileInfo);
     read = Picture();  // kept only if normalisation had nothing to change
     if (at72) {
@@ -538,11 +539,13 @@ void PixmeraVeltroController::setROIOpacity(float opacity) {
 
 std::vector<Error> PixmeraVeltroController::outputPixelCoefficientData(const std::string& stem,
                                                                        ReportFormat format,
-                                                                       bool saveImages) {
+                                                                       bool saveImages,
+                                                                       bool allOrNothing) {
     ExportRequest request;
     request.stem = stem;
     request.format = format;
     request.saveImages = saveImages;
+    request.allOrNothing = allOrNothing;
     request.currentDisplayedImage = image_.currentDisplayedImage().bitmap.get();
     request.scatterGram = scatterGramBitmap_ ? &*scatterGramBitmap_ : nullptr;
     if (image_.reflectedImageValid()) {

@@ -16,6 +16,7 @@
 #include "core/Result.h"
 #include "core/UserPreferences.h"
 #include "image/Bitmap.h"
+#include "image/ImageFile.h"
 #include "output/Export.h"
 #include "roi/ScatterGramView.h"
 
@@ -142,9 +143,10 @@ class PixmeraVeltroController : public PixmeraController {
     void setROIOpacity(float opacity);
 
     // --- Output ---
-    // Writes the report (and the pictures when asked) for the chosen path without suffix.
+    // Writes the report (and the pictures when asked) for the chosen path without suffix; all
+    // or nothing puts none in place unless every one could be written.
     std::vector<Error> outputPixelCoefficientData(const std::string& stem, ReportFormat format,
-                                                  bool saveImages);
+                                                  bool saveImages, bool allOrNothing = false);
 
     // --- Read-outs for the front ends ---
     const ResultFields& fields() const { return fields_; }
@@ -180,6 +182,11 @@ class PixmeraVeltroController : public PixmeraController {
     void openHotTipsWebSite();
     void visitWebsite();
     void provideFeedbackViaEmail();
+
+    // How files are read from now on (the 16-bit scale).
+    void setReadOptions(const ReadOptions& options) { readOptions_ = options; }
+    // Of a 16-bit file, the sample value that became 255; nothing for other pictures.
+    std::optional<std::uint32_t> sixteenBitTop() const { return loadedSixteenBitTop_; }
 
     // Worker threads of the long operations (0: one per core).
     void setAnalysisThreads(unsigned threads) { analysisThreads_ = threads; }
@@ -227,7 +234,9 @@ class PixmeraVeltroController : public PixmeraController {
     ResultFields fields_;
     ButtonStates buttons_;
     CoefficientCheckboxes checkboxes_;
+    ReadOptions readOptions_;
     std::uint32_t loadedPages_ = 1;  // of the file the picture came from
+    std::optional<std::uint32_t> loadedSixteenBitTop_;
     unsigned analysisThreads_ = 0;
     int actionDepth_ = 0;
     bool refreshPending_ = false;

@@ -10,6 +10,7 @@
 
 #include "core/Result.h"
 #include "image/Bitmap.h"
+#include "image/ImageFile.h"
 #include "image/Picture.h"
 
 namespace pv::decode {
@@ -63,8 +64,13 @@ inline std::uint8_t stretchTo8(std::uint32_t v, int bits) {
     return std::uint8_t((std::uint64_t(v) * 510 + top) / (2 * top));
 }
 
-Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize);
-Result<Picture> decodePng(const std::string& path);
+// The sample value a 16-bit picture whose brightest colour sample is `max` scales to 255: that
+// sample itself, or the top of the fixed depth asked for, which the data must not exceed.
+Result<std::uint32_t> sixteenBitTop(std::uint32_t max, const ReadOptions& options);
+
+Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
+                           const ReadOptions& options);
+Result<Picture> decodePng(const std::string& path, const ReadOptions& options);
 Result<Picture> decodeJpeg(const std::string& path, std::uint64_t fileSize);
 Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize);
 

@@ -1,5 +1,6 @@
 #include "image/ImageFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -69,6 +70,20 @@ Error tooSmallFor(std::uint64_t wide, std::uint64_t high) {
         {std::to_string(wide) + " x " + std::to_string(high)});
 }
 
+Result<std::uint32_t> sixteenBitTop(std::uint32_t max, const ReadOptions& options) {
+    if (options.depthBits <= 0) {
+        return max;
+    }
+    const std::uint32_t top = (std::uint32_t(1) << std::min(options.depthBits, 16)) - 1;
+    if (max > top) {
+        return failure(
+            "the picture holds samples up to %1, above %2, the largest a %3-bit "
+            "depth allows",
+            {std::to_string(max), std::to_string(top), std::to_string(options.depthBits)});
+    }
+    return top;
+}
+
 double usableDPI(double dpi) {
     return std::isfinite(dpi) && dpi > 0.0 ? dpi : 72.0;
 }
@@ -76,7 +91,7 @@ double usableDPI(double dpi) {
 Picture pictureAtResolution(Bitmap&& bitmap, double horizontalDPI, double verticalDPI) {
     const Size size{float(double(bitmap.pixelsWide()) / usableDPI(horizontalDPI) * 72.0),
                     float(double(bitmap.pixelsHigh()) / usableDPI(verticalDPI) * 72.0)};
-    return Picture{std::make_shared<const Bitmap>(std::move(bitmap)), size, 1};
+    return Picture{std::make_shared<const Bitmap>(std::move(bitmap)), size, 1, std::nullopt};
 }
 
 }  // namespace decode
@@ -126,7 +141,7 @@ bool isPictFileName(std::string_view path) {
     return ext == ".pct" || ext == ".pict" || ext == ".PCT" || ext == ".PICT";
 }
 
-Result<Picture> readImageFile(const std::string& path) {
+Result<Picture> readImageFile(const std::string& path, const ReadOptions& options) {
     using namespace decode;
     if (isPictFileName(path)) {
         return Error{path, tr(kPictNotSupported)};
@@ -161,10 +176,10 @@ Result<Picture> readImageFile(const std::string& path) {
     Result<Picture> picture = failure(kNotAPicture);
     switch (detectImageKind(std::span<const std::uint8_t>(head, got))) {
         case ImageKind::TIFF:
-            picture = decodeTiff(path, size);
+            picture = decodeTiff(path, size, options);
             break;
         case ImageKind::PNG:
-            picture = decodePng(path);
+            picture = decodePng(path, options);
             break;
         case ImageKind::JPEG:
             picture = decodeJpeg(path, size);

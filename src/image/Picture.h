@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "core/Geometry.h"
 #include "image/Bitmap.h"
@@ -15,6 +16,8 @@ struct Picture {
     Size size;  // in points: pixels / dpi * 72
     // Pages of the file it was read from; only the first is the picture.
     std::uint32_t pageCount = 1;
+    // Of a 16-bit file, the sample value that became 255 (the scale every colour sample took).
+    std::optional<std::uint32_t> sixteenBitTop = std::nullopt;
 
     bool isEmpty() const { return !bitmap || bitmap->isEmpty(); }
     int pixelsWide() const { return bitmap ? bitmap->pixelsWide() : 0; }
@@ -23,7 +26,7 @@ struct Picture {
     // A picture of the bitmap at 72 dpi (one point per pixel).
     static Picture at72dpi(Bitmap&& b) {
         Size s{float(b.pixelsWide()), float(b.pixelsHigh())};
-        return Picture{std::make_shared<const Bitmap>(std::move(b)), s, 1};
+        return Picture{std::make_shared<const Bitmap>(std::move(b)), s, 1, std::nullopt};
     }
 };
 

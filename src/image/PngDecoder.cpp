@@ -21,9 +21,8 @@ struct PngJob {
     png_infop info = nullptr;
     bool hitEnd = false;
     bool noMemory = false;
-    std::uint64_t idatBytes = 0;
-    std::uint64_t fileBits = 0;  // per pixel, before expansion  // compressed picture data, summed
-                                 // from the chunk headers
+    std::uint64_t idatBytes = 0;  // compressed picture data, summed from the chunk headers
+    std::uint64_t fileBits = 0;   // per pixel, before expansion
     png_uint_32 wide = 0, high = 0;
     int bitDepth = 0;
     int channels = 0;
@@ -206,7 +205,7 @@ std::optional<Error> startPng(const std::string& path, PngJob& job) {
 
 }  // namespace
 
-Result<Picture> decodePng(const std::string& path) {
+Result<Picture> decodePng(const std::string& path, const ReadOptions& options) {
     auto job = std::make_unique<PngJob>();
     auto cleanup = std::make_unique<PngCleanup>(*job);
     if (auto error = startPng(path, *job)) {
@@ -218,14 +217,17 @@ Result<Picture> decodePng(const std::string& path) {
         if (!readPngRows(*job)) {
             return pngFailure(*job);
         }
-        const std::uint32_t max = job->max;
+        Result<std::uint32_t> top = sixteenBitTop(job->max, options);
+        if (!top) {
+            return top.error();
+        }
         cleanup.reset();
         job = std::make_unique<PngJob>();
         cleanup = std::make_unique<PngCleanup>(*job);
         if (auto error = startPng(path, *job)) {
             return *error;
         }
-        job->scale.max = max;
+        job->scale.max = top.value();
     }
     const bool alpha = job->channels > 3;
     auto bitmap = allocatePicture(job->wide, job->high, alpha ? 4 : 3, alpha, false);
@@ -236,7 +238,11 @@ Result<Picture> decodePng(const std::string& path) {
     if (!readPngRows(*job)) {
         return pngFailure(*job);
     }
-    return pictureAtResolution(std::move(bitmap.value()), job->dpiX, job->dpiY);
+    Picture picture = pictureAtResolution(std::move(bitmap.value()), job->dpiX, job->dpiY);
+    if (job->bitDepth == 16) {
+        picture.sixteenBitTop = job->scale.max;
+    }
+    return picture;
 }
 
 }  // namespace pv::decode

@@ -468,7 +468,8 @@ Result<TiffLayout> describe(TIFF* tif) {
 
 }  // namespace
 
-Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize) {
+Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
+                           const ReadOptions& reading) {
     TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
     if (!options) {
         return failure(kNoMemory);
@@ -515,7 +516,11 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize) {
                 forEachRun(tif.get(), t, [&](const RowRun& run) { findMaximum(t, run, max); })) {
             return readFailure(why);
         }
-        t.scale.max = max;
+        Result<std::uint32_t> top = sixteenBitTop(max, reading);
+        if (!top) {
+            return top.error();
+        }
+        t.scale.max = top.value();
     }
     Bitmap& out = bitmap.value();
     if (const char* why =
@@ -531,6 +536,9 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize) {
     const double dpiY = tiffDPI(tif.get(), TIFFTAG_YRESOLUTION, unit);
     Picture picture = pictureAtResolution(std::move(out), dpiX, dpiY);
     picture.pageCount = pages;
+    if (t.bits == 16) {
+        picture.sixteenBitTop = t.scale.max;
+    }
     return picture;
 }
 

@@ -80,10 +80,15 @@ std::string randomSuffix() {
 // Writes the content into an open file; answers the reason of a failure.
 using ContentWriter = std::function<std::optional<std::string>(int fd)>;
 
-// The one way this program replaces a file: a hidden temporary beside the target (same file
-// system, so the rename is atomic), synced before the rename so that a crash leaves either the
-// old file or the complete new one.
-Status replaceFile(const std::string& path, const ContentWriter& writeContent) {
+// A file written in full beside its target under a hidden temporary name, synced, waiting to
+// be renamed into place (same file system, so the rename is atomic and a crash leaves either
+// the old file or the complete new one).
+struct PreparedFile {
+    std::string path;
+    std::string temporary;
+};
+
+Result<PreparedFile> prepareFile(const std::string& path, const ContentWriter& writeContent) {
     const std::size_t slash = path.rfind('/');
     const std::string folder =
         slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
@@ -115,22 +120,38 @@ Status replaceFile(const std::string& path, const ContentWriter& writeContent) {
     if (::close(fd) != 0 && !failure) {
         failure = reasonOf(errno);
     }
-    if (!failure && ::rename(temporary.c_str(), path.c_str()) != 0) {
-        failure = reasonOf(errno);
-    }
     if (failure) {
         ::unlink(temporary.c_str());
         return cannotWrite(path, *failure);
     }
+    return PreparedFile{path, temporary};
+}
 
+void discard(const PreparedFile& file) {
+    ::unlink(file.temporary.c_str());
+}
+
+Status commit(const PreparedFile& file) {
+    if (::rename(file.temporary.c_str(), file.path.c_str()) != 0) {
+        const int error = errno;
+        discard(file);
+        return cannotWrite(file.path, reasonOf(error));
+    }
     // Make the rename itself durable; a failure here cannot be undone and is not reported.
-    const int dir =
-        ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::size_t slash = file.path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : file.path.substr(0, slash + 1);
+    const int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dir >= 0) {
         ::fsync(dir);
         ::close(dir);
     }
     return Status::success();
+}
+
+// The one way this program replaces a file.
+Status replaceFile(const std::string& path, const ContentWriter& writeContent) {
+    Result<PreparedFile> prepared = prepareFile(path, writeContent);
+    return prepared ? commit(prepared.value()) : Status(prepared.error());
 }
 
 bool writeAll(int fd, const void* data, std::size_t size) {
@@ -149,15 +170,20 @@ bool writeAll(int fd, const void* data, std::size_t size) {
     return true;
 }
 
-}  // namespace
-
-Status writeFileAtomically(const std::string& path, std::string_view bytes) {
-    return replaceFile(path, [bytes](int fd) -> std::optional<std::string> {
+// Writes the bytes, which must outlive the writer.
+ContentWriter bytesWriter(std::string_view bytes) {
+    return [bytes](int fd) -> std::optional<std::string> {
         if (!writeAll(fd, bytes.data(), bytes.size())) {
             return reasonOf(errno);
         }
         return std::nullopt;
-    });
+    };
+}
+
+}  // namespace
+
+Status writeFileAtomically(const std::string& path, std::string_view bytes) {
+    return replaceFile(path, bytesWriter(bytes));
 }
 
 namespace {
@@ -285,28 +311,51 @@ const Bitmap& orEmpty(const Bitmap* bitmap) {
 
 }  // namespace
 
-Status writeTiffAtomically(const std::string& path, const Bitmap& bitmap) {
+namespace {
+
+Result<PreparedFile> prepareTiff(const std::string& path, const Bitmap& bitmap) {
     if (bitmap.isEmpty()) {
         return cannotWrite(path, tr("the picture is empty"));
     }
-    return replaceFile(path, [&](int fd) { return encodeTiff(fd, path, bitmap); });
+    return prepareFile(path, [&](int fd) { return encodeTiff(fd, path, bitmap); });
+}
+
+}  // namespace
+
+Status writeTiffAtomically(const std::string& path, const Bitmap& bitmap) {
+    Result<PreparedFile> prepared = prepareTiff(path, bitmap);
+    return prepared ? commit(prepared.value()) : Status(prepared.error());
 }
 
 std::vector<Error> outputPixelCoefficientData(const ResultFields& fields,
                                               const ExportRequest& request) {
     std::vector<Error> errors;
-    const auto keep = [&errors](const Status& status) {
-        if (!status) {
-            errors.push_back(status.error());
+    std::vector<PreparedFile> written;
+    const auto keep = [&](Result<PreparedFile> file) {
+        if (!file) {
+            errors.push_back(file.error());
+        } else if (request.allOrNothing) {
+            written.push_back(std::move(file).value());
+        } else if (Status put = commit(file.value()); !put) {
+            errors.push_back(put.error());
         }
     };
-    keep(writeFileAtomically(reportPath(request.stem, request.format), buildReport(fields)));
+    const std::string report = buildReport(fields);
+    keep(prepareFile(reportPath(request.stem, request.format), bytesWriter(report)));
     if (request.saveImages) {
-        keep(writeTiffAtomically(request.stem + kImageSuffix,
-                                 orEmpty(request.currentDisplayedImage)));
-        keep(writeTiffAtomically(request.stem + kScatterGramSuffix, orEmpty(request.scatterGram)));
+        keep(prepareTiff(request.stem + kImageSuffix, orEmpty(request.currentDisplayedImage)));
+        keep(prepareTiff(request.stem + kScatterGramSuffix, orEmpty(request.scatterGram)));
         if (request.revealedImage) {
-            keep(writeTiffAtomically(request.stem + kRevealedImageSuffix, *request.revealedImage));
+            keep(prepareTiff(request.stem + kRevealedImageSuffix, *request.revealedImage));
+        }
+    }
+    // All or nothing: the files written so far wait under their temporary names until every
+    // one of them could be.
+    for (const PreparedFile& file : written) {
+        if (!errors.empty()) {
+            discard(file);
+        } else if (Status put = commit(file); !put) {
+            errors.push_back(put.error());
         }
     }
     return errors;

@@ -39,11 +39,15 @@ struct ExportRequest {
     const Bitmap* currentDisplayedImage = nullptr;  // "_Image.tif"
     const Bitmap* scatterGram = nullptr;            // "_SGram.tif"
     const Bitmap* revealedImage = nullptr;          // "_ImgReflect.tif", only when valid
+    // Put none of the files in place unless all could be written (for batch work, where a
+    // half set of outputs is easily taken for a whole one).
+    bool allOrNothing = false;
 };
 
 // Writes the report and, when asked, the pictures, in that order. A failed file does not stop
-// the others; every failure is returned. A missing image or scatter gram fails like an empty
-// one; a missing revealed image is simply not written.
+// the others (unless the request is all or nothing, when none is put in place); every failure
+// is returned. A missing image or scatter gram fails like an empty one; a missing revealed
+// image is simply not written.
 std::vector<Error> outputPixelCoefficientData(const ResultFields& fields,
                                               const ExportRequest& request);
 

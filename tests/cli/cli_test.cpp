@@ -156,15 +156,25 @@ TEST_F(CliTest, BatchGoesOnPastABadFileAndKeepsInputOrder) {
     for (const char* jobs : {"1", "3"}) {
         const CliRun r = run({"--jobs", jobs, good1, corrupt, missing, good2});
         EXPECT_EQ(r.status, 1);
+        // One row per file given, in order; a failed one says why in the last column.
         const auto rows = split(r.out, '\n');
-        ASSERT_EQ(rows.size(), 3u) << r.out;
+        ASSERT_EQ(rows.size(), 5u) << r.out;
         EXPECT_EQ(rows[0].substr(0, 10), "File\tPair\t");
+        EXPECT_TRUE(rows[0].ends_with("\tM2\t16-bit scale\tError")) << rows[0];
         EXPECT_EQ(rows[1],
                   good1 +
                       "\tred-green\t1\t25.00\t1\t25.00\t1\t25.00\t3\t75.00\t-0.5000\t"
-                      "0.5000\t0.2500\t1.0000\t0.5000\t0.5000\t--\t--\t--\t--\t--\t--\t--\t--\t\t");
+                      "0.5000\t0.2500\t1.0000\t0.5000\t0.5000\t--\t--\t--\t--\t--\t--\t--\t--\t\t"
+                      "\t\t");
+        const auto failedRow = [](const std::string& file, const std::string& why) {
+            return file + "\tred-green" + std::string(26, '\t') + why;
+        };
+        EXPECT_EQ(rows[2], failedRow(corrupt,
+                                     "not a picture file this program can read (TIFF, PNG, JPEG "
+                                     "or BMP)"));
+        EXPECT_EQ(rows[3], failedRow(missing, "the file does not exist"));
         const std::string prefix2 = good2 + "\tred-green\t1\t50.00\t0\t0.00\t";
-        EXPECT_EQ(rows[2].substr(0, prefix2.size()), prefix2);
+        EXPECT_EQ(rows[4].substr(0, prefix2.size()), prefix2);
         EXPECT_NE(r.err.find(corrupt + ": "), std::string::npos) << r.err;
         EXPECT_NE(r.err.find(missing + ": "), std::string::npos) << r.err;
     }
@@ -183,13 +193,54 @@ TEST_F(CliTest, UndefinedResultsAreExplainedOnStandardError) {
     const std::string flat = tiff("flat.tif", 2, 1, {100, 10, 0, 100, 50, 0});
     const std::string stack = (dir / "stack.tif").string();
     pv::testing::writeTiff(stack, {.wide = 2, .high = 1, .pages = 3}, {100, 0, 0, 20, 90, 0});
-    const CliRun r = run({grey, flat, stack});
+    const CliRun r = run({"-j1", grey, flat, stack});  // one at a time: lines in input order
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, grey +
                          ": the red and green channels are identical in every pixel: is the "
                          "picture grey?\n" +
                          flat + ": Rr is undefined: the red channel is constant\n" + stack +
                          ": only page 1 of 3 was analysed\n");
+}
+
+// 16-bit files are scaled each by its brightest sample, or all alike from a fixed depth; the
+// table says which scale each took, and a file beyond the depth fails with the reason.
+TEST_F(CliTest, SixteenBitScaleFollowsTheDepth) {
+    const auto sixteen = [&](const std::string& name, std::uint32_t brightest) {
+        const std::string path = (dir / name).string();
+        pv::testing::writeTiff(path, {.wide = 2, .high = 1, .bits = 16},
+                               {brightest, 0, 0, 0, 1000, 0});
+        return path;
+    };
+    const std::string dim = sixteen("dim.tif", 2000), bright = sixteen("bright.tif", 4095);
+    const std::string over = sixteen("over.tif", 5000);
+    const auto lastColumns = [](const std::string& row) {
+        const std::size_t error = row.rfind('\t'), scale = row.rfind('\t', error - 1);
+        return Args{row.substr(scale + 1, error - scale - 1), row.substr(error + 1)};
+    };
+    const CliRun own = run({dim, bright});
+    ASSERT_EQ(own.status, 0) << own.err;
+    EXPECT_EQ(lastColumns(split(own.out, '\n')[1]), (Args{"255/2000", ""}));
+    // With --depth 12 the green 1000 of both files is the same level: 1000 * 255 / 4095.
+    const CliRun fixed = run({"--depth", "12", "-j1", dim, bright, over});
+    EXPECT_EQ(fixed.status, 1);
+    const auto rows = split(fixed.out, '\n');
+    ASSERT_EQ(rows.size(), 4u);
+    for (int r : {1, 2}) {
+        EXPECT_EQ(lastColumns(rows[std::size_t(r)]), (Args{"255/4095", ""}));
+    }
+    EXPECT_EQ(lastColumns(rows[3]),
+              (Args{"",
+                    "the picture holds samples up to 5000, above 4095, the largest a "
+                    "12-bit depth allows"}));
+    // The green 1000 of a 12-bit pixel is level 62 (1000 * 255 / 4095 = 62.3): a background
+    // at 62 removes it, one at 61 keeps it.
+    const std::string pixel = (dir / "one.tif").string();
+    pv::testing::writeTiff(pixel, {.wide = 1, .high = 1, .bits = 16}, {0, 1000, 0});
+    for (const auto& [level, green] : {std::pair("62", "Green:\t0\t"), {"61", "Green:\t1\t"}}) {
+        const CliRun r =
+            run({"--depth", "12", "--background", std::string("green:") + level, pixel});
+        EXPECT_NE(r.out.find(green), std::string::npos) << level << "\n" << r.out;
+    }
 }
 
 // Results that cannot be written to standard output are a failure, not a success.
@@ -235,7 +286,9 @@ TEST_F(CliTest, EachRegionToolSelectsThePixelsInsideItsOutline) {
         ASSERT_EQ(r.status, 0) << r.err;
         // The first row's region columns: Y count, %, X count, %, XY count, %, total, %, M1, M2.
         const auto row = split(split(r.out, '\n').at(1), '\t');
-        EXPECT_EQ(std::vector(row.end() - 10, row.end()), cells) << testing::PrintToString(args);
+        ASSERT_GE(row.size(), 26u);
+        EXPECT_EQ(std::vector(row.begin() + 16, row.begin() + 26), cells)
+            << testing::PrintToString(args);
     }
 }
 
