@@ -1,4 +1,8 @@
 #include <QApplication>
+#include <QCommandLineParser>
+#include <QFileInfo>
+#include <QIcon>
+#include <QUrl>
 
 #include "app/MainWindow.h"
 
@@ -6,16 +10,54 @@
 #define PV_VERSION "unknown"
 #endif
 
+namespace {
+
+constexpr const char* kAppId = "com.pixmera.Veltro";
+
+// The installed theme icon follows the desktop's theme; the bundled copy covers a program run
+// from its build folder or a desktop without the hicolor theme.
+QIcon applicationIcon() {
+    QIcon bundled;
+    for (int size : {16, 32, 48, 64, 128, 256}) {
+        bundled.addFile(QStringLiteral(":/icons/%1x%1/apps/%2.png").arg(size).arg(kAppId));
+    }
+    return QIcon::fromTheme(kAppId, bundled);
+}
+
+// File managers may hand over a file: URL instead of a path.
+QString localPath(const QString& argument) {
+    const QUrl url(argument);
+    const QString path = url.isLocalFile() ? url.toLocalFile() : argument;
+    return QFileInfo(path).absoluteFilePath();
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
     QApplication application(argc, argv);
     QApplication::setApplicationName("Pixmera Veltro");
     QApplication::setOrganizationName("Pixmera");
     QApplication::setApplicationVersion(PV_VERSION);
+    // Ties the windows to com.pixmera.Veltro.desktop, whose icon and name the desktop shows.
+    QGuiApplication::setDesktopFileName(kAppId);
+    QApplication::setWindowIcon(applicationIcon());
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QApplication::translate("main",
+                                "Colocalization analysis of two-colour fluorescence "
+                                "images."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addPositionalArgument("file", QApplication::translate("main", "The image to open."),
+                                 "[FILE]");
+    parser.process(application);
+
     pv::app::MainWindow window;
     window.show();
-    const QStringList arguments = QApplication::arguments();
-    if (arguments.size() > 1) {
-        window.openFile(arguments.at(1));
+    const QStringList files = parser.positionalArguments();
+    if (!files.isEmpty()) {
+        window.openFile(localPath(files.first()));
     }
     return QApplication::exec();
 }
