@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The man pages mention every option that their program's --help lists, and render without
-# a warning from groff.
+# The man pages are those of the programs' version, mention every option that their program's
+# --help lists, and render without a warning from groff.
 #   man_test.sh MAN_DIR CLI [APP]
 set -euo pipefail
 export QT_QPA_PLATFORM=offscreen  # --help needs no display
@@ -14,6 +14,12 @@ check() {
     options=$("$program" --help | grep -oE -- '--[a-z][a-z-]*' | sort -u)
     text=$(sed 's/\\-/-/g' "$page")
     [ -n "$options" ] || { echo "$program --help lists no option" >&2; status=1; }
+    local version
+    version=$("$program" --version | grep -oE '[0-9]+(\.[0-9]+)+' | head -1)
+    if ! grep -qF " $version\"" <<<"$(head -1 "$page")"; then
+        echo "$1.1 is not that of version $version: $(head -1 "$page")" >&2
+        status=1
+    fi
     for option in $options; do
         if ! grep -qF -- "$option" <<<"$text"; then
             echo "$1.1 does not mention $option" >&2
