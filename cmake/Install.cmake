@@ -74,7 +74,7 @@ endif()
 
 # `cpack -G DEB` in a build folder (scripts/package does it all). The dependencies come from
 # the libraries the programs link, through dpkg-shlibdeps.
-set(PV_PACKAGE_MAINTAINER "Pixmera Veltro developers <veltro@pixmera.com>"
+set(PV_PACKAGE_MAINTAINER "Pixmera <${PV_FEEDBACK_ADDRESS}>"
     CACHE STRING "Maintainer named in the Debian package")
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME pixmera-veltro)
@@ -85,6 +85,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_PACKAGE_HOMEPAGE ${PV_WEB_SITE_URL})
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS hicolor-icon-theme)
