@@ -31,26 +31,53 @@ QString localPath(const QString& argument) {
     return QFileInfo(path).absoluteFilePath();
 }
 
+void nameTheProgram() {
+    QCoreApplication::setApplicationName("Pixmera Veltro");
+    QCoreApplication::setOrganizationName("Pixmera");
+    QCoreApplication::setApplicationVersion(PV_VERSION);
+}
+
+void describeArguments(QCommandLineParser& parser) {
+    parser.setApplicationDescription(
+        QCoreApplication::translate("main",
+                                    "Colocalization analysis of two-colour fluorescence "
+                                    "images."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addPositionalArgument("file", QCoreApplication::translate("main", "The image to open."),
+                                 "[FILE]");
+}
+
+// --help and --version are answered on the terminal, without a display to open a window on.
+bool asksForTextOnly(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const QByteArray a(argv[i]);
+        if (a == "--help" || a == "-h" || a == "--help-all" || a == "--version" || a == "-v") {
+            return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (asksForTextOnly(argc, argv)) {
+        QCoreApplication core(argc, argv);
+        nameTheProgram();
+        QCommandLineParser parser;
+        describeArguments(parser);
+        parser.process(core);  // prints and exits
+        return 0;
+    }
     QApplication application(argc, argv);
-    QApplication::setApplicationName("Pixmera Veltro");
-    QApplication::setOrganizationName("Pixmera");
-    QApplication::setApplicationVersion(PV_VERSION);
+    nameTheProgram();
     // Ties the windows to com.pixmera.Veltro.desktop, whose icon and name the desktop shows.
     QGuiApplication::setDesktopFileName(kAppId);
     QApplication::setWindowIcon(applicationIcon());
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QApplication::translate("main",
-                                "Colocalization analysis of two-colour fluorescence "
-                                "images."));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    parser.addPositionalArgument("file", QApplication::translate("main", "The image to open."),
-                                 "[FILE]");
+    describeArguments(parser);
     parser.process(application);
 
     pv::app::MainWindow window;
