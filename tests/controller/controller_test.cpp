@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <tiffio.h>
 
 #include <array>
 #include <cmath>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "ReferenceReport.h"
+#include "TestFiles.h"
 #include "controller/PixmeraVeltroController.h"
 #include "output/Export.h"
 
@@ -503,7 +505,10 @@ TEST_F(ControllerTest, UndefinedResultsSayWhy) {
     const CoefficientCheckboxes all;
     const Case cases[] = {
         {kExample, all, false, {}},
-        {{{100, 10, 0}, {100, 50, 0}}, all, false, {"Rr is undefined: the red channel is constant"}},
+        {{{100, 10, 0}, {100, 50, 0}},
+         all,
+         false,
+         {"Rr is undefined: the red channel is constant"}},
         {{{100, 10, 0}, {100, 10, 0}},
          all,
          false,
@@ -546,8 +551,50 @@ TEST_F(ControllerTest, UndefinedResultsSayWhy) {
         for (const Caution& caution : ctl.cautions()) {
             texts.push_back(caution.text);
         }
-        EXPECT_EQ(texts, c.cautions) << testing::PrintToString(c.pixels);
+        EXPECT_EQ(texts, c.cautions) << ::testing::PrintToString(c.pixels);
     }
+}
+
+}  // namespace
+}  // namespace pv
+
+namespace pv {
+namespace {
+
+// A picture taller than a float can count rows by one (2^24) is read and counted exactly:
+// every row bound and buffer size comes from integers.
+TEST_F(ControllerTest, PictureTallerThanFloatsCountIsCountedExactly) {
+    constexpr std::uint32_t kRows = (1u << 24) + 84;
+    constexpr std::uint32_t kRowsPerStrip = 1u << 16;
+    testing::TempDir dir;
+    const std::string path = dir.file("tall.tif");
+    TIFF* t = TIFFOpen(path.c_str(), "w");
+    ASSERT_NE(t, nullptr);
+    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, 1);
+    TIFFSetField(t, TIFFTAG_IMAGELENGTH, kRows);
+    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 3);
+    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 8);
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
+    TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_ADOBE_DEFLATE);
+    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, kRowsPerStrip);
+    // Row y is red when y is a multiple of 3, yellow otherwise.
+    std::vector<std::uint8_t> strip;
+    for (std::uint32_t y0 = 0, s = 0; y0 < kRows; y0 += kRowsPerStrip, ++s) {
+        strip.clear();
+        for (std::uint32_t y = y0; y < std::min(kRows, y0 + kRowsPerStrip); ++y) {
+            strip.insert(strip.end(), {200, std::uint8_t(y % 3 == 0 ? 0 : 100), 0});
+        }
+        ASSERT_GT(TIFFWriteEncodedStrip(t, s, strip.data(), tmsize_t(strip.size())), 0);
+    }
+    TIFFClose(t);
+
+    ASSERT_TRUE(controller.openImageFile(path).ok());
+    const PixelCensus& c = controller.analysis().census;
+    EXPECT_EQ(c.redPixelCount, std::int32_t((kRows + 2) / 3));
+    EXPECT_EQ(c.yellowPixelCount, std::int32_t(kRows - (kRows + 2) / 3));
+    EXPECT_EQ(c.totalPixelCount, std::int32_t(kRows));
+    EXPECT_EQ(controller.currentDisplayedImage().pixelsHigh(), int(kRows));
 }
 
 }  // namespace
