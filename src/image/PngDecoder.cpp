@@ -207,7 +207,7 @@ std::optional<Error> startPng(const std::string& path, PngJob& job) {
 
 Result<Picture> decodePng(const std::string& path, const ReadOptions& options) {
     auto job = std::make_unique<PngJob>();
-    auto cleanup = std::make_unique<PngCleanup>(*job);
+    auto cleanup = std::unique_ptr<PngCleanup>(new PngCleanup{*job});
     if (auto error = startPng(path, *job)) {
         return *error;
     }
@@ -223,7 +223,7 @@ Result<Picture> decodePng(const std::string& path, const ReadOptions& options) {
         }
         cleanup.reset();
         job = std::make_unique<PngJob>();
-        cleanup = std::make_unique<PngCleanup>(*job);
+        cleanup.reset(new PngCleanup{*job});
         if (auto error = startPng(path, *job)) {
             return *error;
         }
