@@ -38,4 +38,44 @@ void drawRegion(PixmeraVeltroController& controller, const RegionOption& region)
     release(p.back());
 }
 
+void startController(PixmeraVeltroController& controller, const Options& o, unsigned threads) {
+    controller.setAnalysisThreads(threads);
+    controller.setReadOptions(ReadOptions{.depthBits = o.depthBits});
+    controller.awakeFromNib();
+    controller.applicationDidFinishLaunching();
+    controller.setCheckboxes(o.checkboxes);
+    if (o.rgbCombo != RGBCombo::RedGreen) {
+        controller.getChannelsRGBCombo(popupIndexForRGBCombo(o.rgbCombo));
+    }
+}
+
+void followRoad(PixmeraVeltroController& controller, BatchPort& port, const Options& o) {
+    for (const BackgroundStep& step : o.background) {
+        // The manual tab with the level typed in, the channel chosen, then Apply.
+        BackgroundControls controls;
+        controls.selectedTab = 1;
+        controls.typedValue = step.level;
+        getThresholdEntryValue(controls, controller.backgroundSettings());
+        controls.channelItem = step.channelItem;
+        getRGBChannel(controls, controller.backgroundSettings());
+        controller.removeBackgroundNow(controls);
+    }
+
+    controller.calculateCoefficientsNow();
+    if (port.warningAsked) {
+        controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
+    }
+    if (o.region) {
+        drawRegion(controller, *o.region);
+        controller.calculateROINow();
+        if (port.scatterGramWarningAsked) {
+            controller.colocalizationScatterGramWarningSheetDidEnd(
+                ScatterGramWarningAnswer::Calculate);
+        }
+        if (o.reveal) {
+            controller.reflectWhitePixels();
+        }
+    }
+}
+
 }  // namespace pv::cli

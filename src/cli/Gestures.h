@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/CliOptions.h"
+#include "controller/ControllerPort.h"
 #include "controller/PixmeraVeltroController.h"
 
 namespace pv::cli {
@@ -10,5 +11,26 @@ namespace pv::cli {
 // rectangle, an oval or a lasso; for a polygon a dragged first edge, a click per further vertex
 // and a double-click on the last.
 void drawRegion(PixmeraVeltroController& controller, const RegionOption& region);
+
+// A front end that answers the controller's questions once the action that asked has ended,
+// and collects what would be shown.
+class BatchPort : public NullControllerPort {
+  public:
+    void askBackgroundCorrectionWarning(const WarningQuestion&) override { warningAsked = true; }
+    void askScatterGramWarning(const WarningQuestion&) override { scatterGramWarningAsked = true; }
+    void logMessage(std::string_view message) override { log.emplace_back(message); }
+
+    bool warningAsked = false;
+    bool scatterGramWarningAsked = false;
+    std::vector<std::string> log;
+};
+
+// The program started and the window's controls set as the options ask, before any picture;
+// threads as setAnalysisThreads takes them.
+void startController(PixmeraVeltroController& controller, const Options& o, unsigned threads);
+
+// What a user does after opening the picture: each background correction, Calculate (going on
+// without a correction when asked), then the region, its Calculate and Reveal.
+void followRoad(PixmeraVeltroController& controller, BatchPort& port, const Options& o);
 
 }  // namespace pv::cli

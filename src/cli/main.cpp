@@ -28,18 +28,6 @@ namespace {
 
 using namespace pv;
 
-// A front end that answers the background question later and collects what would be shown.
-class BatchPort : public NullControllerPort {
-  public:
-    void askBackgroundCorrectionWarning(const WarningQuestion&) override { warningAsked = true; }
-    void askScatterGramWarning(const WarningQuestion&) override { scatterGramWarningAsked = true; }
-    void logMessage(std::string_view message) override { log.emplace_back(message); }
-
-    bool warningAsked = false;
-    bool scatterGramWarningAsked = false;
-    std::vector<std::string> log;
-};
-
 // File, pair, four census classes of count and per cent, six coefficients, the region's four
 // classes, M1, M2, the 16-bit scale and the error.
 constexpr std::size_t kTableColumns = 2 + 8 + 6 + 8 + 2 + 2;
@@ -66,16 +54,9 @@ std::string reportStemFor(const cli::Options& o, const std::string& image) {
 
 ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsigned threads) {
     ImageOutcome out;
-    BatchPort port;
+    cli::BatchPort port;
     PixmeraVeltroController controller(port);
-    controller.setAnalysisThreads(threads);
-    controller.setReadOptions(ReadOptions{.depthBits = o.depthBits});
-    controller.awakeFromNib();
-    controller.applicationDidFinishLaunching();
-    controller.setCheckboxes(o.checkboxes);
-    if (o.rgbCombo != RGBCombo::RedGreen) {
-        controller.getChannelsRGBCombo(popupIndexForRGBCombo(o.rgbCombo));
-    }
+    cli::startController(controller, o, threads);
 
     const Status opened = controller.openImageFile(image);
     if (!opened) {
@@ -91,32 +72,7 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
         out.failures.push_back(failureLine(image, line));
     }
 
-    for (const cli::BackgroundStep& step : o.background) {
-        // The manual tab with the level typed in, the channel chosen, then Apply.
-        BackgroundControls controls;
-        controls.selectedTab = 1;
-        controls.typedValue = step.level;
-        getThresholdEntryValue(controls, controller.backgroundSettings());
-        controls.channelItem = step.channelItem;
-        getRGBChannel(controls, controller.backgroundSettings());
-        controller.removeBackgroundNow(controls);
-    }
-
-    controller.calculateCoefficientsNow();
-    if (port.warningAsked) {
-        controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
-    }
-    if (o.region) {
-        cli::drawRegion(controller, *o.region);
-        controller.calculateROINow();
-        if (port.scatterGramWarningAsked) {
-            controller.colocalizationScatterGramWarningSheetDidEnd(
-                ScatterGramWarningAnswer::Calculate);
-        }
-        if (o.reveal) {
-            controller.reflectWhitePixels();
-        }
-    }
+    cli::followRoad(controller, port, o);
 
     for (const Caution& c : controller.cautions()) {
         out.cautions.push_back(failureLine(image, c.text));
