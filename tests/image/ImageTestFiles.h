@@ -93,7 +93,7 @@ struct JpegOptions {
     std::vector<jpeg_scan_info> scans{};  // or this one
 };
 
-// Samples meshed, below 256; quality 100.
+// Samples meshed, below 256; quality 100. Four components are CMYK.
 inline std::vector<std::uint8_t> jpegBytes(int wide, int high, int components,
                                            const std::vector<std::uint32_t>& samples,
                                            const JpegOptions& o = {}) {
@@ -107,7 +107,7 @@ inline std::vector<std::uint8_t> jpegBytes(int wide, int high, int components,
     c.image_width = JDIMENSION(wide);
     c.image_height = JDIMENSION(high);
     c.input_components = components;
-    c.in_color_space = components == 1 ? JCS_GRAYSCALE : JCS_RGB;
+    c.in_color_space = components == 1 ? JCS_GRAYSCALE : components == 4 ? JCS_CMYK : JCS_RGB;
     jpeg_set_defaults(&c);
     jpeg_set_quality(&c, 100, TRUE);
     c.density_unit = std::uint8_t(o.densityUnit);
