@@ -65,6 +65,19 @@ void tiffs() {
         {"jpeg-tiled-rgb8.tif",
          {.wide = 20, .high = 18, .tiled = true, .compression = COMPRESSION_JPEG}},
         {"pages3-rgb8.tif", {.pages = 3}},
+        {"g3-white1.tif",
+         {.samples = 1,
+          .bits = 1,
+          .photometric = PHOTOMETRIC_MINISWHITE,
+          .compression = COMPRESSION_CCITTFAX3}},
+        {"g4-white1.tif",
+         {.samples = 1,
+          .bits = 1,
+          .photometric = PHOTOMETRIC_MINISWHITE,
+          .compression = COMPRESSION_CCITTFAX4}},
+        {"lzma-rgb8.tif", {.compression = COMPRESSION_LZMA}},
+        {"zstd-rgb16.tif", {.bits = 16, .compression = COMPRESSION_ZSTD}},
+        {"webp-rgba8.tif", {.samples = 4, .compression = COMPRESSION_WEBP}},
     };
     for (const Named& n : layouts) {
         const TiffLayout& s = n.layout;
