@@ -129,7 +129,7 @@ int wholeRoad(const std::uint8_t* data, std::size_t size) {
 }
 
 int tiffDecoder(const std::uint8_t* data, std::size_t size) {
-    return decoded(decode::decodeTiff(scratch(data, size), size));
+    return decoded(decode::decodeTiff(scratch(data, size), size, ReadOptions{}));
 }
 
 int jpegDecoder(const std::uint8_t* data, std::size_t size) {
@@ -137,7 +137,7 @@ int jpegDecoder(const std::uint8_t* data, std::size_t size) {
 }
 
 int pngDecoder(const std::uint8_t* data, std::size_t size) {
-    return decoded(decode::decodePng(scratch(data, size)));
+    return decoded(decode::decodePng(scratch(data, size), ReadOptions{}));
 }
 
 int bmpDecoder(const std::uint8_t* data, std::size_t size) {
