@@ -117,8 +117,12 @@ MainWindow::MainWindow(QWidget* parent)
     cautionStatus_ = new QLabel(this);
     cautionStatus_->setObjectName("cautionStatus");
     cautionStatus_->setStyleSheet("color: #a04000;");
+    cautionStatus_->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    // However long the words, they take the room there is and never widen the window; the
+    // tooltip holds them whole.
+    cautionStatus_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     statusBar()->addWidget(hoverStatus_, 1);
-    statusBar()->addPermanentWidget(cautionStatus_);
+    statusBar()->addWidget(cautionStatus_, 2);
     statusBar()->addPermanentWidget(imageStatus_);
 
     // Items 2 and 5 are separators, so that an item's index is the pair's popup index.
@@ -647,12 +651,12 @@ void MainWindow::showStatus() {
     for (const Caution& c : controller_->cautions()) {
         QString text = toQString(c.text);
         text[0] = text[0].toUpper();
-        cautions << text;
+        cautions << (text.endsWith('?') ? text : text + '.');
         for (const std::string& name : c.coefficients) {
             reasons[name] = text;
         }
     }
-    cautionStatus_->setText(cautions.join("; "));
+    cautionStatus_->setText(cautions.join(' '));
     cautionStatus_->setToolTip(cautions.join('\n'));
     Ui::MainWindow& u = *ui_;
     const std::pair<QLineEdit*, const char*> fields[] = {
