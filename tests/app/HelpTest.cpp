@@ -4,18 +4,17 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTextBrowser>
 #include <QToolButton>
 #include <QtTest>
 
-#include "MainWindowDriving.h"
 #include "app/AboutBox.h"
 #include "app/DataFiles.h"
 #include "app/HelpWindow.h"
 #include "app/MainWindow.h"
+#include "controller/HelpMenu.h"
 #include "ui_AboutBox.h"
 #include "ui_HelpWindow.h"
 #include "ui_MainWindow.h"
@@ -23,8 +22,6 @@
 using pv::app::AboutBox;
 using pv::app::HelpWindow;
 using pv::app::MainWindow;
-using pv::test::kSample;
-using pv::test::open;
 
 namespace {
 
@@ -89,7 +86,6 @@ class HelpTest : public QObject {
         HelpWindow& help = HelpWindow::instance();
         help.showPage(page);
         QVERIFY(help.isVisible());
-        QCOMPARE(help.windowTitle(), QString("Pixmera Veltro Help"));
         QCOMPARE(help.currentPage(), page);
         QCOMPARE(help.ui().browser->documentTitle(), title);
         QVERIFY(help.ui().browser->toPlainText().startsWith(title));
@@ -193,26 +189,8 @@ class HelpTest : public QObject {
         QCOMPARE(topLevelCount("pv::app::HelpWindow"), 1);
     }
 
-    // The background question's Help answer shows why, and calculates nothing.
-    void backgroundQuestionHelpOpensItsPage() {
-        HelpWindow::instance().showPage("index.html");
-        MainWindow w;
-        QVERIFY(open(w, kSample));
-        QTest::mouseClick(w.ui().calculateCoefficientButton, Qt::LeftButton);
-        QMessageBox* box = w.openQuestion();
-        QVERIFY(box != nullptr);
-        QAbstractButton* help = nullptr;
-        for (QAbstractButton* b : box->buttons()) {
-            help = b->text() == "Help" ? b : help;
-        }
-        QVERIFY(help != nullptr);
-        QTest::mouseClick(help, Qt::LeftButton);
-        QCOMPARE(HelpWindow::instance().currentPage(), QString("src/PixmeraVeltro206.html"));
-        QCOMPARE(HelpWindow::instance().ui().browser->documentTitle(),
-                 QString("Why correct the background before calculating"));
-        QCOMPARE(w.ui().coefficient_Rr->text(), QString());
-    }
-
+    // The addresses themselves are checked with the controller; here each item reaches the
+    // system's handler.
     void webAndMailItemsOpenTheirAddresses() {
         QDesktopServices::setUrlHandler("https", this, "openUrl");
         QDesktopServices::setUrlHandler("mailto", this, "openUrl");
@@ -222,15 +200,9 @@ class HelpTest : public QObject {
         w.ui().actionFeedback->trigger();
         QDesktopServices::unsetUrlHandler("https");
         QDesktopServices::unsetUrlHandler("mailto");
-        QCOMPARE(openedUrls_.size(), 3);
-        QVERIFY(openedUrls_[0].startsWith("https://"));
-        QVERIFY(openedUrls_[1].startsWith("https://"));
-        QVERIFY(openedUrls_[0] != openedUrls_[1]);
-        QVERIFY2(QRegularExpression("^mailto:[^@?]+@[^?]+\\?subject=Pixmera%20Veltro%20Feedback"
-                                    "&body=Please%20enter%20your%20feedback%20here\\.$")
-                     .match(openedUrls_[2])
-                     .hasMatch(),
-                 qPrintable(openedUrls_[2]));
+        QCOMPARE(openedUrls_, QStringList({QString::fromStdString(pv::hotTipsWebSiteUrl()),
+                                           QString::fromStdString(pv::webSiteUrl()),
+                                           QString::fromStdString(pv::feedbackMailUrl())}));
     }
 
     // About shows the version with its build number, the libraries it runs with and the
@@ -242,8 +214,6 @@ class HelpTest : public QObject {
         QCOMPARE(topLevelCount("pv::app::AboutBox"), 1);
         AboutBox& about = AboutBox::sharedInstance();
         QVERIFY(about.isVisible());
-        QCOMPARE(about.windowTitle(), QString("About Pixmera Veltro"));
-        QCOMPARE(about.ui().nameField->text(), QString("Pixmera Veltro"));
         const QString version = about.ui().versionField->text();
         QVERIFY2(
             QRegularExpression("^Version \\d+(\\.\\d+)+( \\(\\w+\\))?$").match(version).hasMatch(),
