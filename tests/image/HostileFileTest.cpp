@@ -4,7 +4,6 @@
 #include <sys/resource.h>
 
 #include <chrono>
-#include <functional>
 
 #include "image/ImageFile.h"
 #include "image/ImageTestFiles.h"
@@ -147,9 +146,9 @@ struct TiffClaim {
 
 // Tags as a real writer sets them, but the data is a few bytes of noise per strip or tile;
 // tiles beyond tilesWritten are left out (offset and byte count 0).
-void writeTiffClaim(const std::string& path, const TiffClaim& s) {
+std::vector<std::uint8_t> tiffClaiming(const TempDir& dir, const TiffClaim& s) {
+    const std::string path = dir.file("claim.tif");
     TIFF* t = TIFFOpen(path.c_str(), "w");
-    ASSERT_NE(t, nullptr);
     TIFFSetField(t, TIFFTAG_IMAGEWIDTH, s.wide);
     TIFFSetField(t, TIFFTAG_IMAGELENGTH, s.high);
     TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 3);
@@ -167,34 +166,25 @@ void writeTiffClaim(const std::string& path, const TiffClaim& s) {
     }
     std::vector<std::uint8_t> noise = testing::packRow(testing::pattern(s.bytesPerBlock, 256), 8);
     for (std::uint32_t i = 0; i < blocks; ++i) {
-        const auto write = s.tileSide ? TIFFWriteRawTile : TIFFWriteRawStrip;
-        ASSERT_GT(write(t, i, noise.data(), tmsize_t(noise.size())), 0);
+        (s.tileSide ? TIFFWriteRawTile : TIFFWriteRawStrip)(t, i, noise.data(),
+                                                            tmsize_t(noise.size()));
     }
     TIFFClose(t);
+    return testing::readBytes(path);
 }
 
-// A genuine JPEG-compressed TIFF whose strip has an end-of-image marker halfway through.
-void writeTiffJpegWithMarkerInData(const std::string& path) {
-    const int side = 64;
-    TIFF* t = TIFFOpen(path.c_str(), "w");
-    ASSERT_NE(t, nullptr);
-    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, side);
-    TIFFSetField(t, TIFFTAG_IMAGELENGTH, side);
-    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 3);
-    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 8);
-    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_RGB);
-    TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_JPEG);
-    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, side);
-    auto pixels = testing::packRow(testing::pattern(side * side * 3, 256), 8);
-    ASSERT_GT(TIFFWriteEncodedStrip(t, 0, pixels.data(), tmsize_t(pixels.size())), 0);
-    TIFFClose(t);
-    t = TIFFOpen(path.c_str(), "r");
-    const std::uint64_t offset = TIFFGetStrileOffset(t, 0), bytes = TIFFGetStrileByteCount(t, 0);
+// A genuine JPEG-compressed TIFF whose first tile has an end-of-image marker halfway through.
+std::vector<std::uint8_t> tiffJpegWithMarkerInData(const TempDir& dir) {
+    const std::string path = dir.file("jpeg.tif");
+    testing::writeTiff(path, {64, 64, 3, 8, PHOTOMETRIC_RGB, false, true, COMPRESSION_JPEG},
+                       testing::pattern(64 * 64 * 3, 256));
+    TIFF* t = TIFFOpen(path.c_str(), "r");
+    const std::uint64_t middle = TIFFGetStrileOffset(t, 0) + TIFFGetStrileByteCount(t, 0) / 2;
     TIFFClose(t);
     auto b = testing::readBytes(path);
-    b[offset + bytes / 2] = 0xff;
-    b[offset + bytes / 2 + 1] = 0xd9;
-    testing::writeBytes(path, b);
+    b[middle] = 0xff;
+    b[middle + 1] = 0xd9;
+    return b;
 }
 
 long peakKilobytes() {
@@ -205,69 +195,34 @@ long peakKilobytes() {
 
 TEST(HostileFiles, AreRefusedQuicklyWithTheirReasonAndWithoutTheMemoryTheyAskFor) {
     TempDir dir;
+    const std::string size26000 = kTooSmall + std::string("26000 x 26000 pixels");
     const struct {
         const char* name;
-        std::function<void(const std::string&)> write;
+        std::vector<std::uint8_t> bytes;
         std::string reason;
     } cases[] = {
-        {"huge.jpg", [](auto& p) { testing::writeBytes(p, jpegClaiming(26000, 26000, false)); },
-         kTooSmall + std::string("26000 x 26000 pixels")},
-        {"huge-progressive.jpg",
-         [](auto& p) { testing::writeBytes(p, jpegClaiming(26000, 26000, true)); }, kTooSmall},
-        {"704-scans.jpg", [](auto& p) { testing::writeBytes(p, jpegOfManyScans()); },
-         "the picture is stored in more than 500 passes"},
-        {"repeated-scan.jpg", [](auto& p) { testing::writeBytes(p, jpegRepeatingAScan()); },
-         kDamaged},
-        {"dc-missing.jpg", [](auto& p) { testing::writeBytes(p, jpegMissingTwoComponents()); },
-         kTruncated},
-        {"marker-in-data.jpg", [](auto& p) { testing::writeBytes(p, jpegWithMarkerInData()); },
-         kDamaged},
-        {"huge.png", [&](auto& p) { testing::writeBytes(p, pngClaiming(dir, 25000, 25000)); },
-         kTooSmall + std::string("25000 x 25000 pixels")},
-        {"jpeg-huge.tif",
-         [](auto& p) {
-             writeTiffClaim(p, {26000, 26000, COMPRESSION_JPEG});
-         },
-         kTooSmall + std::string("26000 x 26000 pixels")},
-        {"deflate-huge.tif",
-         [](auto& p) {
-             writeTiffClaim(p, {20000, 20000, COMPRESSION_ADOBE_DEFLATE});
-         },
+        {"huge.jpg", jpegClaiming(26000, 26000, false), size26000},
+        {"huge-progressive.jpg", jpegClaiming(26000, 26000, true), kTooSmall},
+        {"704-scans.jpg", jpegOfManyScans(), "the picture is stored in more than 500 passes"},
+        {"repeated-scan.jpg", jpegRepeatingAScan(), kDamaged},
+        {"dc-missing.jpg", jpegMissingTwoComponents(), kTruncated},
+        {"marker-in-data.jpg", jpegWithMarkerInData(), kDamaged},
+        {"huge.png", pngClaiming(dir, 25000, 25000), kTooSmall + std::string("25000 x 25000")},
+        {"jpeg-huge.tif", tiffClaiming(dir, {26000, 26000, COMPRESSION_JPEG}), size26000},
+        {"deflate-huge.tif", tiffClaiming(dir, {20000, 20000, COMPRESSION_ADOBE_DEFLATE}),
          kTooSmall},
-        {"lzw-huge.tif",
-         [](auto& p) {
-             writeTiffClaim(p, {20000, 20000, COMPRESSION_LZW});
-         },
-         kTooSmall},
-        {"packbits-huge.tif",
-         [](auto& p) {
-             writeTiffClaim(p, {4000, 4000, COMPRESSION_PACKBITS});
-         },
-         kTooSmall},
-        {"raw-short.tif",
-         [](auto& p) {
-             writeTiffClaim(p, {4000, 4000, COMPRESSION_NONE});
-         },
-         kTruncated},
-        {"tiles-missing.tif",
-         [](auto& p) {
-             writeTiffClaim(p, {26000, 26000, COMPRESSION_LZW, 512, 3});
-         },
+        {"lzw-huge.tif", tiffClaiming(dir, {20000, 20000, COMPRESSION_LZW}), kTooSmall},
+        {"packbits-huge.tif", tiffClaiming(dir, {4000, 4000, COMPRESSION_PACKBITS}), kTooSmall},
+        {"raw-short.tif", tiffClaiming(dir, {4000, 4000, COMPRESSION_NONE}), kTruncated},
+        {"tiles-missing.tif", tiffClaiming(dir, {26000, 26000, COMPRESSION_LZW, 512, 3}),
          kTruncated},
         {"tiles-missing-small.tif",
-         [](auto& p) {
-             writeTiffClaim(p, {64, 64, COMPRESSION_NONE, 16, 3, 16 * 16 * 3});
-         },
-         kTruncated},
-        {"tile-65488.tif",
-         [](auto& p) {
-             writeTiffClaim(p, {16, 16, COMPRESSION_JPEG, 65488});
-         },
-         kDamaged},
-        {"jpeg-marker-in-data.tif", [](auto& p) { writeTiffJpegWithMarkerInData(p); }, kDamaged},
+         tiffClaiming(dir, {64, 64, COMPRESSION_NONE, 16, 3, 16 * 16 * 3}), kTruncated},
+        {"tile-65488.tif", tiffClaiming(dir, {16, 16, COMPRESSION_JPEG, 65488}), kDamaged},
+        {"jpeg-marker-in-data.tif", tiffJpegWithMarkerInData(dir), kDamaged},
     };
     for (const auto& c : cases) {
-        c.write(dir.file(c.name));
+        testing::writeBytes(dir.file(c.name), c.bytes);
     }
     ::testing::internal::CaptureStderr();
     const long peakBefore = peakKilobytes();
