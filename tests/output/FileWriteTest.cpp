@@ -17,24 +17,13 @@
 #include <utility>
 #include <vector>
 
+#include "TestFiles.h"
 #include "output/Export.h"
 
 namespace pv {
 namespace {
 
 using Names = std::set<std::string>;
-
-// A fresh folder others may enter, so that a child running as "nobody" reaches it.
-struct TempFolder {
-    std::string path;
-    TempFolder() {
-        std::string pattern = std::filesystem::temp_directory_path().string() + "/pv-out-XXXXXX";
-        path = ::mkdtemp(pattern.data());
-        ::chmod(path.c_str(), 0755);
-    }
-    ~TempFolder() { std::filesystem::remove_all(path); }
-    std::string operator/(const std::string& name) const { return path + "/" + name; }
-};
 
 // Hidden names included: a leftover temporary shows up here.
 Names namesIn(const std::string& folder) {
@@ -69,14 +58,15 @@ bool failsAsNobody(const std::string& path, const std::string& message) {
 }
 
 TEST(WriteFileAtomically, ReplacesButInAReadOnlyFolderKeepsTheOldFile) {
-    TempFolder folder;
-    const std::string path = folder / "locked/report.xls";
-    std::filesystem::create_directory(folder / "locked");
+    testing::TempDir folder;
+    const std::string path = folder.file("locked/report.xls");
+    ::chmod(folder.root.c_str(), 0755);  // a child running as "nobody" enters it
+    std::filesystem::create_directory(folder.file("locked"));
     ASSERT_TRUE(writeFileAtomically(path, "first"));
     ASSERT_TRUE(writeFileAtomically(path, "old report"));
-    ::chmod((folder / "locked").c_str(), 0555);
+    ::chmod(folder.file("locked").c_str(), 0555);
     EXPECT_TRUE(failsAsNobody(path, "cannot write " + path + ": Permission denied"));
-    EXPECT_EQ(namesIn(folder / "locked"), Names{"report.xls"});
+    EXPECT_EQ(namesIn(folder.file("locked")), Names{"report.xls"});
     EXPECT_EQ(readFile(path), "old report");
 }
 
@@ -107,8 +97,8 @@ TEST(WriteTiffAtomically, EveryLayoutReadsBackAsMeshedRgbAt72Dpi) {
          {std::tuple("meshed RGB", 3, false, 0), std::tuple("meshed RGBA padded", 4, false, 3),
           std::tuple("planar RGB padded", 3, true, 7)}) {
         SCOPED_TRACE(name);
-        TempFolder folder;
-        const std::string path = folder / "picture.tif";
+        testing::TempDir folder;
+        const std::string path = folder.file("picture.tif");
         ASSERT_TRUE(writeTiffAtomically(path, makeBitmap(spp, planar, padding)));
         std::unique_ptr<TIFF, void (*)(TIFF*)> tif(TIFFOpen(path.c_str(), "r"), TIFFClose);
         ASSERT_TRUE(tif);
@@ -137,22 +127,23 @@ TEST(WriteTiffAtomically, EveryLayoutReadsBackAsMeshedRgbAt72Dpi) {
             }
             EXPECT_EQ(row, want) << "row " << y;
         }
-        EXPECT_EQ(namesIn(folder.path), Names{"picture.tif"});
+        EXPECT_EQ(namesIn(folder.root), Names{"picture.tif"});
     }
 }
 
 TEST(OutputPixelCoefficientData, WritesTheRevealedImageOnlyWhenThereIsOne) {
     const Bitmap image = makeBitmap(3, false, 0);
     for (const bool reveal : {false, true}) {
-        TempFolder folder;
-        const ExportRequest request{folder / "run", ReportFormat::PlainText,  true, &image,
-                                    &image,         reveal ? &image : nullptr};
+        testing::TempDir folder;
+        const ExportRequest request{
+            folder.file("run"),       ReportFormat::PlainText, true, &image, &image,
+            reveal ? &image : nullptr};
         EXPECT_TRUE(outputPixelCoefficientData(ResultFields{}, request).empty());
         Names want{"run.txt", "run_Image.tif", "run_SGram.tif"};
         if (reveal) {
             want.insert("run_ImgReflect.tif");
         }
-        EXPECT_EQ(namesIn(folder.path), want);
+        EXPECT_EQ(namesIn(folder.root), want);
     }
 }
 
@@ -178,8 +169,8 @@ TEST(AtomicWrites, ReplacedFilesKeepTheirModeNewOnesFollowTheUmask) {
     for (const auto& [name, write] : writers) {
         SCOPED_TRACE(name);
         for (const auto& c : table) {
-            TempFolder folder;
-            const std::string path = folder / "out";
+            testing::TempDir folder;
+            const std::string path = folder.file("out");
             if (c.existing) {
                 ASSERT_TRUE(write(path));
                 ::chmod(path.c_str(), *c.existing);
@@ -195,9 +186,9 @@ TEST(AtomicWrites, ReplacedFilesKeepTheirModeNewOnesFollowTheUmask) {
 
 // One failure per file, each naming it; nothing is left behind.
 TEST(OutputPixelCoefficientData, MissingFolderFailsEveryFile) {
-    TempFolder folder;
+    testing::TempDir folder;
     const Bitmap image = makeBitmap(3, false, 0);
-    const std::string stem = folder / "missing/run";
+    const std::string stem = folder.file("missing/run");
     const ExportRequest request{stem, ReportFormat::Spreadsheet, true, &image, &image, &image};
     const std::vector<Error> errors = outputPixelCoefficientData(ResultFields{}, request);
     ASSERT_EQ(errors.size(), 4u);
@@ -206,7 +197,7 @@ TEST(OutputPixelCoefficientData, MissingFolderFailsEveryFile) {
         EXPECT_EQ(errors[i].message(),
                   "cannot write " + stem + suffixes[i] + ": No such file or directory");
     }
-    EXPECT_TRUE(namesIn(folder.path).empty());
+    EXPECT_TRUE(namesIn(folder.root).empty());
 }
 
 }  // namespace
