@@ -57,19 +57,6 @@ TEST(RemoveBackground, MatchesPerSampleRuleForEveryLayoutChannelAndThreshold) {
     }
 }
 
-TEST(RemoveBackground, CorrectionsAccumulate) {
-    std::mt19937 rng(2);
-    const Raster img = randomRaster(Layout::MeshedRGB, rng);
-    const auto apply = [](Raster r, std::initializer_list<int> levels) {
-        for (int level : levels) {
-            removeBackground(r.writableView(), {BackgroundChannel::All, 0, level, level, level});
-        }
-        return r.planes;
-    };
-    EXPECT_EQ(apply(img, {25, 50}), apply(img, {50}));
-    EXPECT_EQ(apply(img, {50, 25}), apply(img, {50}));
-}
-
 // Presets take 25, 50 or 75 by row (25 otherwise) and leave the typed field alone; the manual
 // tab takes the slider and brings the field in line.
 TEST(BackgroundControls, ActionsSetThresholdsAndKeepFieldsEqual) {
