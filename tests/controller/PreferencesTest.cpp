@@ -207,12 +207,10 @@ TEST_F(PreferencesTest, SavedPreferencesAreReadBackByTheNextRun) {
 
 TEST_F(PreferencesTest, FirstRunHasTheDefaultsAndLogsNothing) {
     controller.restoreUserPreferences(store);
-    const UserPreferences& p = controller.userPreferences();
-    EXPECT_TRUE(p.enableFillROI);
-    EXPECT_EQ(p.opacityValue, 0.2f);
-    EXPECT_EQ(p.roiBorderColor, (Color{1, 0, 0, 1}));
-    EXPECT_EQ(p.roiFillColor, (Color{1, 1, 1, 1}));
-    EXPECT_EQ(p.imageDirectory, "/home/u/Pictures");
+    for (const std::string_view key : preferenceKeys()) {
+        EXPECT_EQ(preferenceText(controller.userPreferences(), key),
+                  preferenceText(defaultUserPreferences("/home/u"), key));
+    }
     EXPECT_TRUE(port.log.empty());
 }
 
