@@ -286,8 +286,10 @@ std::uint64_t leastCodedBytes(std::uint16_t compression, std::uint64_t raw, std:
         case COMPRESSION_CCITTRLEW:
         case COMPRESSION_CCITTFAX3:
         case COMPRESSION_CCITTFAX4:
-            // A row as the one above takes one bit, however wide.
-            return rows / 8;
+            // A row as the one above takes one bit, however wide, so a few hundred bytes
+            // can claim a blank page of a billion pixels. Only blank pages come near a bit a
+            // row, so a row also counts a bit for each 1024 pixels.
+            return std::max(rows, pixels / 1024) / 8;
         case COMPRESSION_ZSTD:
             // Each zstd block of at most 128 KB has a 3-byte header.
             return raw / (131072 / 3);

@@ -187,6 +187,24 @@ std::vector<std::uint8_t> tiffJpegWithMarkerInData(const TempDir& dir) {
     return b;
 }
 
+// A white fax page: each row the same as the one above, a bit each in two-dimensional coding.
+std::vector<std::uint8_t> blankFax(const TempDir& dir, std::uint32_t wide, std::uint32_t high) {
+    const std::string path = dir.file("fax.tif");
+    TIFF* t = TIFFOpen(path.c_str(), "w");
+    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, wide);
+    TIFFSetField(t, TIFFTAG_IMAGELENGTH, high);
+    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 1);
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISWHITE);
+    TIFFSetField(t, TIFFTAG_COMPRESSION, COMPRESSION_CCITTFAX4);
+    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, high);
+    std::vector<std::uint8_t> row((wide + 7) / 8, 0);
+    for (std::uint32_t y = 0; y < high; ++y) {
+        TIFFWriteScanline(t, row.data(), y, 0);
+    }
+    TIFFClose(t);
+    return testing::readBytes(path);
+}
+
 long peakKilobytes() {
     rusage use{};
     getrusage(RUSAGE_SELF, &use);
@@ -213,6 +231,8 @@ TEST(HostileFiles, AreRefusedQuicklyWithTheirReasonAndWithoutTheMemoryTheyAskFor
          kTooSmall},
         {"lzw-huge.tif", tiffClaiming(dir, {20000, 20000, COMPRESSION_LZW}), kTooSmall},
         {"packbits-huge.tif", tiffClaiming(dir, {4000, 4000, COMPRESSION_PACKBITS}), kTooSmall},
+        {"fax-blank-huge.tif", blankFax(dir, 30000, 7000),
+         kTooSmall + std::string("30000 x 7000 pixels")},
         {"raw-short.tif", tiffClaiming(dir, {4000, 4000, COMPRESSION_NONE}), kTruncated},
         {"tiles-missing.tif", tiffClaiming(dir, {26000, 26000, COMPRESSION_LZW, 512, 3}),
          kTruncated},
