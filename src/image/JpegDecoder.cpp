@@ -77,15 +77,17 @@ void jpegProgress(j_common_ptr cinfo) {
 
 // The fewest bytes that can code the picture: a Huffman-coded 8 x 8 block takes at least a
 // one-bit DC code, and in a sequential file also a one-bit end-of-block code (a progressive
-// file codes the empty AC bands of many blocks in one run). Arithmetic coding can go far below
-// a bit per block, so it gives no bound; a cut-off file then stops at its end instead.
+// file codes the empty AC bands of many blocks in one run). Arithmetic coding can spend far
+// less than a bit on a flat block, and it reads zeros once its data ends, so a file of a few
+// hundred bytes could make us decode (and allocate) a picture of any size. Such files are
+// refused past a thousand blocks a byte, a ratio that only synthetic flat pictures reach.
 std::uint64_t leastJpegBytes(const jpeg_decompress_struct& c) {
-    if (c.arith_code) {
-        return 0;
-    }
     std::uint64_t blocks = 0;
     for (int i = 0; i < c.num_components; ++i) {
         blocks += std::uint64_t(c.comp_info[i].width_in_blocks) * c.comp_info[i].height_in_blocks;
+    }
+    if (c.arith_code) {
+        return blocks / 1024;
     }
     return blocks * (c.progressive_mode ? 1 : 2) / 8;
 }

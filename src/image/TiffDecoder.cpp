@@ -293,10 +293,15 @@ std::uint64_t leastCodedBytes(std::uint16_t compression, std::uint64_t raw, std:
         case COMPRESSION_ZSTD:
             // Each zstd block of at most 128 KB has a 3-byte header.
             return raw / (131072 / 3);
+        case COMPRESSION_LZMA:
+            // LZMA2 chunks hold at most 2 MB of output each, which keeps a run of one byte
+            // near 6900 to 1; half that ratio leaves room.
+            return raw / 16384;
         default:
-            // LZMA, WebP and the rest can code a plain area of any size in a few bytes; their
-            // strips are only checked to be there.
-            return 0;
+            // WebP, JBIG, LERC and the rest can code a plain area of any size in a few bytes.
+            // A bound far beyond what a picture with any detail reaches still stops a few
+            // hundred bytes from claiming gigabytes.
+            return raw / 65536;
     }
 }
 

@@ -39,9 +39,12 @@ void putU16BE(std::vector<std::uint8_t>& b, std::size_t at, std::uint32_t v) {
 }
 
 // The frame header says wide x high; the data stays that of the small picture.
-std::vector<std::uint8_t> jpegClaiming(std::uint32_t wide, std::uint32_t high, bool progressive) {
-    auto b = jpegBytes(16, 16, 3, {.progressive = progressive});
-    const std::size_t sof = findMarker(b, progressive ? 0xc2 : 0xc0);
+std::vector<std::uint8_t> jpegClaiming(std::uint32_t wide, std::uint32_t high, bool progressive,
+                                       bool arithmetic = false) {
+    auto b = jpegBytes(16, 16, 3, {.progressive = progressive, .arithmetic = arithmetic});
+    // Start of frame: Huffman sequential, progressive; arithmetic sequential, progressive.
+    const int marker = arithmetic ? (progressive ? 0xca : 0xc9) : (progressive ? 0xc2 : 0xc0);
+    const std::size_t sof = findMarker(b, marker);
     putU16BE(b, sof + 5, high);
     putU16BE(b, sof + 7, wide);
     return b;
@@ -221,6 +224,8 @@ TEST(HostileFiles, AreRefusedQuicklyWithTheirReasonAndWithoutTheMemoryTheyAskFor
     } cases[] = {
         {"huge.jpg", jpegClaiming(26000, 26000, false), size26000},
         {"huge-progressive.jpg", jpegClaiming(26000, 26000, true), kTooSmall},
+        {"huge-arithmetic.jpg", jpegClaiming(26000, 26000, false, true), size26000},
+        {"huge-arithmetic-progressive.jpg", jpegClaiming(26000, 26000, true, true), size26000},
         {"704-scans.jpg", jpegOfManyScans(), "the picture is stored in more than 500 passes"},
         {"repeated-scan.jpg", jpegRepeatingAScan(), kDamaged},
         {"dc-missing.jpg", jpegMissingTwoComponents(), kTruncated},
@@ -230,6 +235,8 @@ TEST(HostileFiles, AreRefusedQuicklyWithTheirReasonAndWithoutTheMemoryTheyAskFor
         {"deflate-huge.tif", tiffClaiming(dir, {20000, 20000, COMPRESSION_ADOBE_DEFLATE}),
          kTooSmall},
         {"lzw-huge.tif", tiffClaiming(dir, {20000, 20000, COMPRESSION_LZW}), kTooSmall},
+        {"lzma-huge.tif", tiffClaiming(dir, {20000, 20000, COMPRESSION_LZMA}), kTooSmall},
+        {"webp-huge.tif", tiffClaiming(dir, {16000, 16000, COMPRESSION_WEBP}), kTooSmall},
         {"packbits-huge.tif", tiffClaiming(dir, {4000, 4000, COMPRESSION_PACKBITS}), kTooSmall},
         {"fax-blank-huge.tif", blankFax(dir, 30000, 7000),
          kTooSmall + std::string("30000 x 7000 pixels")},
@@ -263,21 +270,25 @@ TEST(HostileFiles, AreRefusedQuicklyWithTheirReasonAndWithoutTheMemoryTheyAskFor
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
-// The limits leave real files alone: a progressive file gives the same pixels as a sequential
-// one of the same quality, and libtiff's own JPEG and tiles still decode.
+// The limits leave real files alone: progressive and arithmetic-coded files give the same
+// pixels as a sequential one of the same quality, and libtiff's own JPEG and tiles still decode.
 TEST(HostileFiles, GenuineProgressiveAndTiledJpegFilesStillDecode) {
     TempDir dir;
     testing::writeBytes(dir.file("seq.jpg"), jpegBytes(40, 24, 3));
     testing::writeBytes(dir.file("prog.jpg"), jpegBytes(40, 24, 3, {.progressive = true}));
+    testing::writeBytes(dir.file("arith.jpg"), jpegBytes(40, 24, 3, {.arithmetic = true}));
     testing::writeTiff(dir.file("jpeg.tif"),
                        {40, 24, 3, 8, PHOTOMETRIC_RGB, false, true, COMPRESSION_JPEG},
                        testing::pattern(40 * 24 * 3, 256));
     auto seq = readImageFile(dir.file("seq.jpg"));
     auto prog = readImageFile(dir.file("prog.jpg"));
     auto tiff = readImageFile(dir.file("jpeg.tif"));
+    auto arith = readImageFile(dir.file("arith.jpg"));
     ASSERT_TRUE(seq.ok() && prog.ok()) << (seq.ok() ? prog : seq).error().reason;
     ASSERT_TRUE(tiff.ok()) << tiff.error().reason;
+    ASSERT_TRUE(arith.ok()) << arith.error().reason;
     EXPECT_EQ(testing::meshedSamples(*prog->bitmap), testing::meshedSamples(*seq->bitmap));
+    EXPECT_EQ(testing::meshedSamples(*arith->bitmap), testing::meshedSamples(*seq->bitmap));
     EXPECT_EQ(tiff->pixelsWide(), 40);
 }
 

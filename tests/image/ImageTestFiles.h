@@ -90,6 +90,7 @@ inline void writePng(const std::string& path, const PngLayout& s,
 struct JpegOptions {
     int densityUnit = 0, density = 72;
     bool progressive = false;             // libjpeg's own progression
+    bool arithmetic = false;              // arithmetic coding instead of Huffman's
     std::vector<jpeg_scan_info> scans{};  // or this one
 };
 
@@ -110,6 +111,7 @@ inline std::vector<std::uint8_t> jpegBytes(int wide, int high, int components,
     c.in_color_space = components == 1 ? JCS_GRAYSCALE : components == 4 ? JCS_CMYK : JCS_RGB;
     jpeg_set_defaults(&c);
     jpeg_set_quality(&c, 100, TRUE);
+    c.arith_code = o.arithmetic ? TRUE : FALSE;
     c.density_unit = std::uint8_t(o.densityUnit);
     c.X_density = c.Y_density = std::uint16_t(o.density);
     if (o.progressive) {
