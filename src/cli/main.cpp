@@ -18,6 +18,7 @@
 #include "cli/Gestures.h"
 #include "controller/ControllerPort.h"
 #include "controller/PixmeraVeltroController.h"
+#include "core/PixelMemory.h"
 #include "output/Export.h"
 
 #ifndef PV_VERSION
@@ -247,6 +248,8 @@ int main(int argc, char** argv) {
         std::cout << headerRow(o.rgbCombo) << std::flush;
     }
     auto worker = [&] {
+        // The next file's picture takes the memory of the last one instead of faulting in its own.
+        const pixel_memory::KeepFreedBlocks reuse;
         for (std::size_t i = next++; i < count; i = next++) {
             ImageOutcome outcome = analyseImage(o, o.images[i], passThreads);
             std::lock_guard<std::mutex> lock(mutex);

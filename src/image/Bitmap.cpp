@@ -5,34 +5,58 @@
 
 namespace pv {
 
-std::optional<Bitmap> Bitmap::create(int pixelsWide, int pixelsHigh, int samplesPerPixel,
-                                     bool hasAlpha, bool isPlanar, int bytesPerRow, bool zeroed) {
+namespace {
+
+// Bytes of one plane of the layout; 0 when it is inconsistent or larger than a plane may be.
+std::size_t planeBytesOf(int pixelsWide, int pixelsHigh, int samplesPerPixel, bool isPlanar,
+                         int bytesPerRow) {
     if (pixelsWide <= 0 || pixelsHigh <= 0 || samplesPerPixel < 1 || samplesPerPixel > 5) {
-        return std::nullopt;
+        return 0;
     }
     const std::size_t rowSamples = isPlanar ? 1 : std::size_t(samplesPerPixel);
     const std::size_t minRow = std::size_t(pixelsWide) * rowSamples;
-    if (minRow > kMaxBytesPerPlane) {
-        return std::nullopt;
+    if (minRow > Bitmap::kMaxBytesPerPlane) {
+        return 0;
     }
     const std::size_t row = bytesPerRow == 0 ? minRow : std::size_t(bytesPerRow);
-    if (bytesPerRow < 0 || row < minRow || row * std::size_t(pixelsHigh) > kMaxBytesPerPlane) {
+    if (bytesPerRow < 0 || row < minRow ||
+        row * std::size_t(pixelsHigh) > Bitmap::kMaxBytesPerPlane) {
+        return 0;
+    }
+    return row * std::size_t(pixelsHigh);
+}
+
+}  // namespace
+
+std::optional<Bitmap> Bitmap::create(int pixelsWide, int pixelsHigh, int samplesPerPixel,
+                                     bool hasAlpha, bool isPlanar, int bytesPerRow, bool zeroed) {
+    const std::size_t planeBytes =
+        planeBytesOf(pixelsWide, pixelsHigh, samplesPerPixel, isPlanar, bytesPerRow);
+    if (planeBytes == 0) {
         return std::nullopt;
     }
     const std::size_t planes = isPlanar ? std::size_t(samplesPerPixel) : 1;
-    const std::size_t total = row * std::size_t(pixelsHigh) * planes;
-    Bitmap b;
-    b.data_.reset(zeroed ? new (std::nothrow) std::uint8_t[total]()
-                         : new (std::nothrow) std::uint8_t[total]);
-    if (!b.data_) {
+    return adopt(PixelBlock::allocate(planeBytes * planes, zeroed), pixelsWide, pixelsHigh,
+                 samplesPerPixel, hasAlpha, isPlanar, bytesPerRow);
+}
+
+std::optional<Bitmap> Bitmap::adopt(PixelBlock block, int pixelsWide, int pixelsHigh,
+                                    int samplesPerPixel, bool hasAlpha, bool isPlanar,
+                                    int bytesPerRow) {
+    const std::size_t planeBytes =
+        planeBytesOf(pixelsWide, pixelsHigh, samplesPerPixel, isPlanar, bytesPerRow);
+    const std::size_t planes = isPlanar ? std::size_t(samplesPerPixel) : 1;
+    if (planeBytes == 0 || !block || block.size() / planes < planeBytes) {
         return std::nullopt;
     }
+    Bitmap b;
     b.pixelsWide_ = pixelsWide;
     b.pixelsHigh_ = pixelsHigh;
     b.samplesPerPixel_ = samplesPerPixel;
     b.hasAlpha_ = hasAlpha;
     b.isPlanar_ = isPlanar;
-    b.bytesPerRow_ = int(row);
+    b.bytesPerRow_ = int(planeBytes / std::size_t(pixelsHigh));
+    b.data_ = std::move(block);
     return b;
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "core/PixelMemory.h"
 #include "image/ChannelView.h"
 
 namespace pv {
@@ -32,10 +33,18 @@ class Bitmap {
                                         bool hasAlpha, bool isPlanar, int bytesPerRow = 0,
                                         bool zeroed = false);
 
+    // A bitmap over memory already filled (or about to be): the block must hold at least the
+    // layout's bytes. Nothing when the block is empty or the layout inconsistent or too large.
+    static std::optional<Bitmap> adopt(PixelBlock block, int pixelsWide, int pixelsHigh,
+                                       int samplesPerPixel, bool hasAlpha, bool isPlanar,
+                                       int bytesPerRow = 0);
+    // Returns memory beyond totalBytes() (an adopted block may be larger) to the system.
+    void releaseUnusedMemory() { data_.shrink(totalBytes()); }
+
     // An independent copy with the same layout; nothing when memory is short.
     std::optional<Bitmap> copy() const;
 
-    bool isEmpty() const { return data_ == nullptr; }
+    bool isEmpty() const { return !data_; }
     int pixelsWide() const { return pixelsWide_; }
     int pixelsHigh() const { return pixelsHigh_; }
     int bitsPerSample() const { return isEmpty() ? 0 : 8; }
@@ -75,7 +84,7 @@ class Bitmap {
     bool hasAlpha_ = false;
     bool isPlanar_ = false;
     int bytesPerRow_ = 0;
-    std::unique_ptr<std::uint8_t[]> data_;
+    PixelBlock data_;
 };
 
 }  // namespace pv

@@ -53,6 +53,14 @@ Result<Picture> convertNon72dpiImages(const Picture& picture, ImageFileInfo& inf
     if (w == picture.size.width && h == picture.size.height && readable) {
         return picture;
     }
+    // Redrawn at 72 dpi, plain unpadded RGB would come out as the very same bytes: only the size
+    // in points changes, and the pixels are shared.
+    const std::size_t plainRow = std::size_t(s.pixelsWide()) * (s.isPlanar() ? 1 : 3);
+    if (s.samplesPerPixel() == 3 && !s.hasAlpha() && std::size_t(s.bytesPerRow()) == plainRow) {
+        Picture shared = picture;
+        shared.size = Size{w, h};
+        return shared;
+    }
     auto target = Bitmap::create(s.pixelsWide(), s.pixelsHigh(), 3, false, s.isPlanar());
     if (!target) {
         return outOfMemory(s, info.fileName);
