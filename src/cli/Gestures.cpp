@@ -40,7 +40,7 @@ void drawRegion(PixmeraVeltroController& controller, const RegionOption& region)
 
 void startController(PixmeraVeltroController& controller, const Options& o, unsigned threads) {
     controller.setAnalysisThreads(threads);
-    controller.setReadOptions(ReadOptions{.depthBits = o.depthBits});
+    controller.setReadOptions(ReadOptions{.depthBits = o.depthBits, .threads = threads});
     controller.awakeFromNib();
     controller.applicationDidFinishLaunching();
     controller.setCheckboxes(o.checkboxes);

@@ -23,7 +23,8 @@ ImageKind imageKindOfFile(const std::string& path);
 // the same raw level means something else in every file; a fixed depth scales every file of
 // a batch alike: raw values by 255 / (2^depthBits - 1).
 struct ReadOptions {
-    int depthBits = 0;  // 1 to 16; 0: the file's own brightest sample becomes 255
+    int depthBits = 0;     // 1 to 16; 0: the file's own brightest sample becomes 255
+    unsigned threads = 0;  // decoding a compressed file; 0: one per core
 };
 
 // Decodes the first picture of an image file, chosen by content. The bitmap keeps the file's

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -11,6 +12,7 @@
 #include <optional>
 #include <vector>
 
+#include "core/ParallelRows.h"
 #include "image/DecoderSupport.h"
 
 namespace pv::decode {
@@ -47,11 +49,6 @@ int tiffWarning(TIFF*, void* news, const char*, const char*, va_list) {
     n->guessed |= n->readingPixels;
     return 1;
 }
-
-struct TiffCloser {
-    void operator()(TIFF* t) const { TIFFClose(t); }
-};
-using TiffHandle = std::unique_ptr<TIFF, TiffCloser>;
 
 // Why libtiff refused to open a file: a first directory that lies past the end means the file
 // was cut short, anything else is damage.
@@ -104,6 +101,7 @@ struct TiffLayout {
     Colour colour = Colour::Grey;
     std::array<std::array<std::uint8_t, 256>, 3> lut{};  // grey/palette levels of <= 8 bits
     Scale16 scale;
+    std::vector<std::uint8_t> lut16;  // 16-bit colour samples, through scale
 };
 
 std::uint32_t sampleAt(const std::uint8_t* row, std::size_t index, int bits) {
@@ -135,7 +133,7 @@ std::uint8_t alphaTo8(const TiffLayout& t, std::uint32_t v) {
 // Grey and palette levels through the tables, 16-bit colours through the common factor.
 std::uint8_t levelTo8(const TiffLayout& t, std::uint32_t v, int channel) {
     if (t.bits == 16) {
-        return t.scale(v);
+        return t.lut16[v];
     }
     return t.colour == Colour::RGB ? std::uint8_t(v) : t.lut[std::size_t(channel)][v];
 }
@@ -203,59 +201,179 @@ void writeRun(const TiffLayout& t, const RowRun& run, Bitmap& out) {
     }
 }
 
-// Feeds every row of the first picture to visit, strip by strip or tile by tile, so that no
-// more than one strip or tile is held besides the bitmap.
-template <class Visit>
-const char* forEachRun(TIFF* tif, const TiffLayout& t, Visit&& visit) {
-    const int planes = t.planar ? t.samples : 1;
-    const std::uint64_t samplesPerRun = t.planar ? 1 : std::uint64_t(t.samples);
-    if (TIFFIsTiled(tif)) {
+// One strip or tile of the first picture, and where its pixels belong.
+struct Block {
+    std::uint32_t index;  // strip or tile number
+    int plane;            // the file's sample plane (planar data), else 0
+    std::uint32_t y0, x0, rows, cols;
+};
+
+struct Blocks {
+    bool tiled = false;
+    std::uint64_t rowBytes = 0;  // of one decoded row of a block
+    std::uint64_t biggest = 0;   // bytes of the largest decoded block
+    std::vector<Block> list;     // in file order
+};
+
+// The blocks of every plane that becomes part of the bitmap: further extra samples of a
+// planar file are never decoded.
+const char* blocksOf(TIFF* tif, const TiffLayout& t, Blocks& b) {
+    const int planes = t.planar ? std::min(t.samples, t.colours + (t.alpha ? 1 : 0)) : 1;
+    const auto leastRow = [&](std::uint32_t pixels) {
+        const std::uint64_t samples = t.planar ? 1 : std::uint64_t(t.samples);
+        return (std::uint64_t(pixels) * samples * std::uint64_t(t.bits) + 7) / 8;
+    };
+    b.tiled = TIFFIsTiled(tif);
+    if (b.tiled) {
         std::uint32_t tw = 0, th = 0;
         TIFFGetField(tif, TIFFTAG_TILEWIDTH, &tw);
         TIFFGetField(tif, TIFFTAG_TILELENGTH, &th);
-        const tmsize_t tileSize = TIFFTileSize(tif);
-        const std::uint64_t rowSize = TIFFTileRowSize64(tif);
-        if (tw == 0 || th == 0 || tileSize <= 0 || rowSize * th > std::uint64_t(tileSize) ||
-            rowSize < (std::uint64_t(tw) * samplesPerRun * std::uint64_t(t.bits) + 7) / 8) {
+        b.rowBytes = TIFFTileRowSize64(tif);
+        b.biggest = TIFFTileSize64(tif);
+        if (tw == 0 || th == 0 || b.biggest == 0 || b.rowBytes * th > b.biggest ||
+            b.rowBytes < leastRow(tw)) {
             return kDamaged;
-        }
-        std::unique_ptr<std::uint8_t[]> buffer(new (std::nothrow)
-                                                   std::uint8_t[std::size_t(tileSize)]);
-        if (!buffer) {
-            return kNoMemory;
         }
         for (int p = 0; p < planes; ++p) {
             for (std::uint32_t ty = 0; ty < t.high; ty += th) {
                 for (std::uint32_t tx = 0; tx < t.wide; tx += tw) {
-                    const std::uint32_t tile = TIFFComputeTile(tif, tx, ty, 0, std::uint16_t(p));
-                    if (TIFFReadEncodedTile(tif, tile, buffer.get(), tileSize) < 0) {
-                        return kDamaged;
-                    }
-                    const std::uint32_t rows = std::min(th, t.high - ty);
-                    const std::uint32_t cols = std::min(tw, t.wide - tx);
-                    for (std::uint32_t r = 0; r < rows; ++r) {
-                        visit(RowRun{buffer.get() + r * rowSize, p, ty + r, tx, cols});
-                    }
+                    b.list.push_back({TIFFComputeTile(tif, tx, ty, 0, std::uint16_t(p)), p, ty, tx,
+                                      std::min(th, t.high - ty), std::min(tw, t.wide - tx)});
                 }
             }
         }
         return nullptr;
     }
-    const std::uint64_t lineSize = TIFFScanlineSize64(tif);
-    if (lineSize == 0 ||
-        lineSize < (std::uint64_t(t.wide) * samplesPerRun * std::uint64_t(t.bits) + 7) / 8) {
+    std::uint32_t rowsPerStrip = 0;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_ROWSPERSTRIP, &rowsPerStrip);
+    rowsPerStrip = std::max<std::uint32_t>(1, std::min(rowsPerStrip, t.high));
+    b.rowBytes = TIFFScanlineSize64(tif);
+    b.biggest = TIFFVStripSize64(tif, rowsPerStrip);
+    if (b.rowBytes < leastRow(t.wide) || b.biggest < b.rowBytes * rowsPerStrip) {
         return kDamaged;
     }
-    std::unique_ptr<std::uint8_t[]> line(new (std::nothrow) std::uint8_t[std::size_t(lineSize)]);
-    if (!line) {
-        return kNoMemory;
-    }
     for (int p = 0; p < planes; ++p) {
-        for (std::uint32_t y = 0; y < t.high; ++y) {
-            if (TIFFReadScanline(tif, line.get(), y, std::uint16_t(p)) < 0) {
-                return kDamaged;
+        for (std::uint32_t y = 0; y < t.high; y += rowsPerStrip) {
+            b.list.push_back({TIFFComputeStrip(tif, y, std::uint16_t(p)), p, y, 0,
+                              std::min(rowsPerStrip, t.high - y), t.wide});
+        }
+    }
+    return nullptr;
+}
+
+struct TiffCloser {
+    void operator()(TIFF* t) const { TIFFClose(t); }
+};
+using TiffHandle = std::unique_ptr<TIFF, TiffCloser>;
+
+// "m": no memory mapping, which would count the whole file against memory while reading.
+TiffHandle openTiff(const std::string& path, TiffNews& news) {
+    TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
+    if (!options) {
+        news.noMemory = true;
+        return nullptr;
+    }
+    TIFFOpenOptionsSetErrorHandlerExtR(options, tiffError, &news);
+    TIFFOpenOptionsSetWarningHandlerExtR(options, tiffWarning, &news);
+    TiffHandle tif(TIFFOpenExt(path.c_str(), "rm", options));
+    TIFFOpenOptionsFree(options);
+    return tif;
+}
+
+Result<TiffLayout> describe(TIFF* tif);
+
+// Decodes every block into place, on several cores when the data is compressed (each worker
+// with its own handle on the file, reading a contiguous run of blocks). sink.direct(block)
+// answers where a strip's decoded bytes can go as they are, rows rowBytes apart, or nullptr;
+// sink.rows(run, worker) then takes every decoded row, wherever it was decoded. A strip too
+// large to buffer whole is read row by row instead.
+template <class Sink>
+const char* decodeBlocks(TIFF* first, const std::string& path, const TiffLayout& t, const Blocks& b,
+                         unsigned workers, TiffNews& news, Sink& sink) {
+    constexpr std::uint64_t kLargestBuffer = std::uint64_t(16) << 20;
+    bool rowByRow = false;
+    if (!b.tiled && b.biggest > kLargestBuffer) {
+        for (const Block& block : b.list) {
+            rowByRow = rowByRow || !sink.direct(block);
+        }
+    }
+    if (rowByRow) {
+        std::unique_ptr<std::uint8_t[]> line(new (std::nothrow)
+                                                 std::uint8_t[std::size_t(b.rowBytes)]);
+        if (!line) {
+            return kNoMemory;
+        }
+        for (const Block& block : b.list) {
+            for (std::uint32_t y = block.y0; y < block.y0 + block.rows; ++y) {
+                if (TIFFReadScanline(first, line.get(), y, std::uint16_t(block.plane)) < 0) {
+                    return kDamaged;
+                }
+                sink.rows(RowRun{line.get(), block.plane, y, 0, t.wide}, 0);
             }
-            visit(RowRun{line.get(), p, y, 0, t.wide});
+        }
+        return nullptr;
+    }
+    // Each worker touches only its own slot.
+    std::vector<TiffNews> workerNews(workers);
+    std::vector<TiffHandle> handles(workers);
+    std::vector<std::unique_ptr<std::uint8_t[]>> buffers(workers);
+    std::vector<const char*> failures(workers, nullptr);
+    std::atomic<bool> failed{false};
+    forEachRowBlock(
+        std::int64_t(b.list.size()), workers,
+        [&](unsigned w, std::int64_t begin, std::int64_t end) {
+            const auto fail = [&](const char* why) {
+                failures[w] = why;
+                failed = true;
+            };
+            // Worker 0 reads with the caller's handle; each other one opens its own once.
+            TIFF* tif = first;
+            if (w > 0) {
+                if (!handles[w]) {
+                    workerNews[w].readingPixels = true;
+                    handles[w] = openTiff(path, workerNews[w]);
+                    if (!handles[w] || !describe(handles[w].get())) {
+                        handles[w].reset();
+                        return fail(kDamaged);
+                    }
+                }
+                tif = handles[w].get();
+            }
+            std::unique_ptr<std::uint8_t[]>& buffer = buffers[w];
+            for (std::int64_t i = begin; i < end; ++i) {
+                const Block& block = b.list[std::size_t(i)];
+                std::uint8_t* target = b.tiled ? nullptr : sink.direct(block);
+                const std::uint64_t want = b.tiled ? b.biggest : TIFFVStripSize64(tif, block.rows);
+                if (!target) {
+                    if (!buffer) {
+                        buffer.reset(new (std::nothrow) std::uint8_t[std::size_t(b.biggest)]);
+                    }
+                    if (!buffer) {
+                        return fail(kNoMemory);
+                    }
+                    target = buffer.get();
+                }
+                const tmsize_t got =
+                    b.tiled ? TIFFReadEncodedTile(tif, block.index, target, tmsize_t(want))
+                            : TIFFReadEncodedStrip(tif, block.index, target, tmsize_t(want));
+                if (got < 0 || std::uint64_t(got) != want) {
+                    return fail(kDamaged);
+                }
+                for (std::uint32_t r = 0; r < block.rows; ++r) {
+                    sink.rows(RowRun{target + r * b.rowBytes, block.plane, block.y0 + r, block.x0,
+                                     block.cols},
+                              w);
+                }
+            }
+        },
+        [&] { return failed.load(std::memory_order_relaxed); });
+    for (unsigned w = 1; w < workers; ++w) {
+        news.guessed |= workerNews[w].guessed;
+        news.noMemory |= workerNews[w].noMemory;
+    }
+    for (const char* why : failures) {
+        if (why) {
+            return why;
         }
     }
     return nullptr;
@@ -473,20 +591,58 @@ Result<TiffLayout> describe(TIFF* tif) {
     return t;
 }
 
+// 8-bit (and packed smaller) samples go straight into the bitmap: decoded there as they are when
+// the file's rows are the bitmap's, otherwise converted row by row.
+struct EightBitSink {
+    const TiffLayout& t;
+    Bitmap& out;
+    std::uint64_t rowBytes;
+
+    std::uint8_t* direct(const Block& b) const {
+        const bool same = t.bits == 8 && t.colour == Colour::RGB &&
+                          (t.planar || t.samples == out.samplesPerPixel()) &&
+                          rowBytes == std::uint64_t(out.bytesPerRow());
+        return same ? out.row(t.planar ? b.plane : 0, int(b.y0)) : nullptr;
+    }
+    void rows(const RowRun& run, unsigned) const {
+        const std::uint8_t* start = out.bitmapData();
+        if (run.data < start || run.data >= start + out.totalBytes()) {
+            writeRun(t, run, out);
+        }
+    }
+};
+
+// 16-bit samples are kept as the file has them until the brightest is known; each worker
+// notes the brightest colour sample of what it decoded while it is still in the cache.
+struct SixteenBitSink {
+    const TiffLayout& t;
+    std::uint8_t* data;
+    std::uint64_t rowBytes;       // of the picture's rows in data
+    std::uint64_t blockRowBytes;  // of the decoded blocks' rows
+    std::vector<std::uint32_t> max;
+
+    std::uint8_t* at(int plane, std::uint32_t y) const {
+        return data + (std::uint64_t(plane) * t.high + y) * rowBytes;
+    }
+    std::uint8_t* direct(const Block& b) const {
+        return blockRowBytes == rowBytes ? at(b.plane, b.y0) : nullptr;
+    }
+    void rows(const RowRun& run, unsigned worker) {
+        const std::uint64_t pixelBytes = (t.planar ? 1u : std::uint64_t(t.samples)) * 2;
+        std::uint8_t* dst = at(run.plane, run.y) + run.x0 * pixelBytes;
+        if (run.data != dst) {
+            std::memcpy(dst, run.data, std::size_t(run.n * pixelBytes));
+        }
+        findMaximum(t, RowRun{dst, run.plane, run.y, run.x0, run.n}, max[worker]);
+    }
+};
+
 }  // namespace
 
 Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
                            const ReadOptions& reading) {
-    TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
-    if (!options) {
-        return failure(kNoMemory);
-    }
     TiffNews news;  // outlives the handle, which may still report while closing
-    TIFFOpenOptionsSetErrorHandlerExtR(options, tiffError, &news);
-    TIFFOpenOptionsSetWarningHandlerExtR(options, tiffWarning, &news);
-    // "m": no memory mapping, which would count the whole file against memory while reading.
-    TiffHandle tif(TIFFOpenExt(path.c_str(), "rm", options));
-    TIFFOpenOptionsFree(options);
+    TiffHandle tif = openTiff(path, news);
     if (!tif) {
         return failure(news.noMemory ? kNoMemory : whyTiffDoesNotOpen(path, fileSize));
     }
@@ -497,7 +653,8 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
     TiffLayout& t = layout.value();
     const bool planar = t.planar && t.samples > 1;
     t.planar = planar;
-    if (auto error = unholdablePicture(t.wide, t.high, t.alpha ? 4 : 3, planar)) {
+    const int outSamples = t.alpha ? 4 : 3;
+    if (auto error = unholdablePicture(t.wide, t.high, outSamples, planar)) {
         return *error;
     }
     if (!plausibleTile(tif.get(), t)) {
@@ -506,9 +663,9 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
     if (auto error = checkStriles(tif.get(), t, fileSize)) {
         return *error;
     }
-    auto bitmap = allocatePicture(t.wide, t.high, t.alpha ? 4 : 3, t.alpha, planar);
-    if (!bitmap) {
-        return bitmap.error();
+    Blocks blocks;
+    if (const char* why = blocksOf(tif.get(), t, blocks)) {
+        return failure(why);
     }
     // Only the first page is read; how many there are is said beside the results. libtiff
     // walks the chain of directories without reading them and stops at a loop.
@@ -517,22 +674,61 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
     const auto readFailure = [&](const char* why) {
         return failure(news.noMemory ? kNoMemory : why);
     };
+    // Uncompressed data is read as fast as the disk gives it; decoding is worth more cores.
+    std::uint16_t compression = COMPRESSION_NONE;
+    TIFFGetFieldDefaulted(tif.get(), TIFFTAG_COMPRESSION, &compression);
+    const unsigned workers =
+        compression == COMPRESSION_NONE
+            ? 1
+            : std::min<unsigned>(workersFor(t.high, t.wide, reading.threads),
+                                 unsigned(std::max<std::size_t>(1, blocks.list.size())));
+    std::optional<Bitmap> out;
     if (t.bits == 16) {
-        std::uint32_t max = 0;
-        if (const char* why =
-                forEachRun(tif.get(), t, [&](const RowRun& run) { findMaximum(t, run, max); })) {
+        const std::uint64_t rowBytes = std::uint64_t(t.wide) * (planar ? 1 : t.samples) * 2;
+        const std::uint64_t planes = planar ? std::uint64_t(t.samples) : 1;
+        PixelBlock raw = PixelBlock::allocate(std::size_t(rowBytes * t.high * planes), false);
+        if (!raw) {
+            return failure(kNoMemory);
+        }
+        SixteenBitSink sink{t, raw.get(), rowBytes, blocks.rowBytes,
+                            std::vector<std::uint32_t>(workers, 0)};
+        if (const char* why = decodeBlocks(tif.get(), path, t, blocks, workers, news, sink)) {
             return readFailure(why);
         }
-        Result<std::uint32_t> top = sixteenBitTop(max, reading);
+        Result<std::uint32_t> top =
+            sixteenBitTop(*std::max_element(sink.max.begin(), sink.max.end()), reading);
         if (!top) {
             return top.error();
         }
         t.scale.max = top.value();
-    }
-    Bitmap& out = bitmap.value();
-    if (const char* why =
-            forEachRun(tif.get(), t, [&](const RowRun& run) { writeRun(t, run, out); })) {
-        return readFailure(why);
+        t.lut16.resize(65536);
+        for (std::uint32_t v = 0; v < 65536; ++v) {
+            t.lut16[v] = t.scale(v);
+        }
+        auto bitmap = allocatePicture(t.wide, t.high, outSamples, t.alpha, planar);
+        if (!bitmap) {
+            return bitmap.error();
+        }
+        out = std::move(bitmap.value());
+        const int usedPlanes = planar ? std::min(t.samples, outSamples) : 1;
+        forEachRowBlock(t.high, workersFor(t.high, t.wide, reading.threads),
+                        [&](unsigned, std::int64_t begin, std::int64_t end) {
+                            for (int p = 0; p < usedPlanes; ++p) {
+                                for (auto y = std::uint32_t(begin); y < std::uint32_t(end); ++y) {
+                                    writeRun(t, RowRun{sink.at(p, y), p, y, 0, t.wide}, *out);
+                                }
+                            }
+                        });
+    } else {
+        auto bitmap = allocatePicture(t.wide, t.high, outSamples, t.alpha, planar);
+        if (!bitmap) {
+            return bitmap.error();
+        }
+        out = std::move(bitmap.value());
+        EightBitSink sink{t, *out, blocks.rowBytes};
+        if (const char* why = decodeBlocks(tif.get(), path, t, blocks, workers, news, sink)) {
+            return readFailure(why);
+        }
     }
     if (news.guessed) {
         return failure(kDamaged);
@@ -541,7 +737,7 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
     TIFFGetFieldDefaulted(tif.get(), TIFFTAG_RESOLUTIONUNIT, &unit);
     const double dpiX = tiffDPI(tif.get(), TIFFTAG_XRESOLUTION, unit);
     const double dpiY = tiffDPI(tif.get(), TIFFTAG_YRESOLUTION, unit);
-    Picture picture = pictureAtResolution(std::move(out), dpiX, dpiY);
+    Picture picture = pictureAtResolution(std::move(*out), dpiX, dpiY);
     picture.pageCount = pages;
     if (t.bits == 16) {
         picture.sixteenBitTop = t.scale.max;
