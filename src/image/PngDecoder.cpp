@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "image/DecoderSupport.h"
 
@@ -29,9 +30,11 @@ struct PngJob {
     bool interlaced = false;
     double dpiX = 72.0, dpiY = 72.0;
     std::unique_ptr<png_byte[]> row;
-    Bitmap* out = nullptr;  // null while looking for the largest 16-bit sample
-    std::uint32_t max = 0;
-    Scale16 scale;
+    Bitmap* out = nullptr;
+    std::uint8_t* raw16 = nullptr;  // while 16-bit rows are kept as decoded
+    std::size_t raw16Row = 0;
+    std::uint32_t max = 0;            // the brightest 16-bit colour sample
+    std::vector<std::uint8_t> lut16;  // 16-bit colour samples to 8 bits
 };
 
 void pngError(png_structp png, png_const_charp message) {
@@ -80,32 +83,44 @@ bool readPngHeader(PngJob& job) {
     return true;
 }
 
-void takePngRow(PngJob& job, int pass, png_uint_32 passRow, png_uint_32 cols) {
-    const png_byte* src = job.row.get();
+// Takes one decoded row (of a pass, when interlaced) from src. 16-bit samples are first kept
+// as they are, to be scaled once the brightest is known; otherwise they go to the bitmap.
+void takePngRow(PngJob& job, int pass, png_uint_32 passRow, png_uint_32 cols, const png_byte* src) {
     const int bytes = job.bitDepth == 16 ? 2 : 1;
     const int colours = 3;
     const bool alpha = job.channels > colours;
+    const std::size_t pixelBytes = std::size_t(job.channels) * std::size_t(bytes);
     auto at = [&](png_uint_32 col, int c) -> std::uint32_t {
-        const png_byte* p = src + (std::size_t(col) * std::size_t(job.channels) + std::size_t(c)) *
-                                      std::size_t(bytes);
+        const png_byte* p =
+            src + std::size_t(col) * pixelBytes + std::size_t(c) * std::size_t(bytes);
         return bytes == 2 ? (std::uint32_t(p[0]) << 8 | p[1]) : p[0];
     };
-    if (!job.out) {
+    const png_uint_32 y = job.interlaced ? PNG_ROW_FROM_PASS_ROW(passRow, pass) : passRow;
+    const auto column = [&](png_uint_32 col) {
+        return job.interlaced ? PNG_COL_FROM_PASS_COL(col, pass) : col;
+    };
+    if (job.raw16) {
+        std::uint8_t* dst = job.raw16 + std::size_t(y) * job.raw16Row;
         for (png_uint_32 col = 0; col < cols; ++col) {
             for (int c = 0; c < colours; ++c) {
                 job.max = std::max(job.max, at(col, c));
             }
+            if (src != dst) {
+                std::memcpy(dst + std::size_t(column(col)) * pixelBytes, src + col * pixelBytes,
+                            pixelBytes);
+            }
         }
         return;
     }
-    const png_uint_32 y = job.interlaced ? PNG_ROW_FROM_PASS_ROW(passRow, pass) : passRow;
     std::uint8_t* dst = job.out->row(0, int(y));
+    if (src == dst) {
+        return;  // decoded in place
+    }
     const int outSamples = job.out->samplesPerPixel();
     for (png_uint_32 col = 0; col < cols; ++col) {
-        const png_uint_32 x = job.interlaced ? PNG_COL_FROM_PASS_COL(col, pass) : col;
-        std::uint8_t* px = dst + std::size_t(x) * std::size_t(outSamples);
+        std::uint8_t* px = dst + std::size_t(column(col)) * std::size_t(outSamples);
         for (int c = 0; c < colours; ++c) {
-            px[c] = bytes == 2 ? job.scale(at(col, c)) : std::uint8_t(at(col, c));
+            px[c] = bytes == 2 ? job.lut16[at(col, c)] : std::uint8_t(at(col, c));
         }
         if (alpha) {
             px[3] = bytes == 2 ? alpha16to8(at(col, colours)) : std::uint8_t(at(col, colours));
@@ -125,8 +140,15 @@ bool readPngRows(PngJob& job) {
             continue;  // libpng skips empty passes too
         }
         for (png_uint_32 r = 0; r < rows; ++r) {
-            png_read_row(job.png, job.row.get(), nullptr);
-            takePngRow(job, pass, r, cols);
+            // Whole rows are decoded where they belong: expanded 8-bit rows are the bitmap's.
+            png_bytep target = job.row.get();
+            if (!job.interlaced) {
+                target = job.raw16           ? job.raw16 + std::size_t(r) * job.raw16Row
+                         : job.bitDepth == 8 ? job.out->row(0, int(r))
+                                             : target;
+            }
+            png_read_row(job.png, target, nullptr);
+            takePngRow(job, pass, r, cols, target);
         }
     }
     return true;
@@ -211,37 +233,44 @@ Result<Picture> decodePng(const std::string& path, const ReadOptions& options) {
     if (auto error = startPng(path, *job)) {
         return *error;
     }
-    if (job->bitDepth == 16) {
-        // Two passes over the file (first the largest sample, then the scaled copy) instead of
-        // holding a 16-bit copy of the picture.
-        if (!readPngRows(*job)) {
-            return pngFailure(*job);
-        }
-        Result<std::uint32_t> top = sixteenBitTop(job->max, options);
-        if (!top) {
-            return top.error();
-        }
-        cleanup.reset();
-        job = std::make_unique<PngJob>();
-        cleanup.reset(new PngCleanup{*job});
-        if (auto error = startPng(path, *job)) {
-            return *error;
-        }
-        job->scale.max = top.value();
-    }
     const bool alpha = job->channels > 3;
     auto bitmap = allocatePicture(job->wide, job->high, alpha ? 4 : 3, alpha, false);
     if (!bitmap) {
         return bitmap.error();
     }
     job->out = &bitmap.value();
+    PixelBlock raw;
+    if (job->bitDepth == 16) {
+        job->raw16Row = std::size_t(job->wide) * std::size_t(job->channels) * 2;
+        raw = PixelBlock::allocate(job->raw16Row * job->high, false);
+        if (!raw) {
+            return failure(kNoMemory);
+        }
+        job->raw16 = raw.get();
+    }
     if (!readPngRows(*job)) {
         return pngFailure(*job);
     }
-    Picture picture = pictureAtResolution(std::move(bitmap.value()), job->dpiX, job->dpiY);
+    std::optional<std::uint32_t> sixteenBitTop;
     if (job->bitDepth == 16) {
-        picture.sixteenBitTop = job->scale.max;
+        Result<std::uint32_t> top = decode::sixteenBitTop(job->max, options);
+        if (!top) {
+            return top.error();
+        }
+        const Scale16 scale{top.value()};
+        job->lut16.resize(65536);
+        for (std::uint32_t v = 0; v < 65536; ++v) {
+            job->lut16[v] = scale(v);
+        }
+        job->raw16 = nullptr;
+        job->interlaced = false;  // the kept rows are whole
+        for (png_uint_32 y = 0; y < job->high; ++y) {
+            takePngRow(*job, 0, y, job->wide, raw.get() + std::size_t(y) * job->raw16Row);
+        }
+        sixteenBitTop = top.value();
     }
+    Picture picture = pictureAtResolution(std::move(bitmap.value()), job->dpiX, job->dpiY);
+    picture.sixteenBitTop = sixteenBitTop;
     return picture;
 }
 
