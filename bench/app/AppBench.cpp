@@ -2,12 +2,14 @@
 // platform: a region drawn on the scatter gram, a drag in continuous mode, and a repaint of the
 // image view. Each time prints against the 16 ms of a frame, at 64 MP against the same
 // interaction at 1 MP, and the repaint against painting one view-sized picture, all measured
-// in the same run.
+// in the same run. Opening a file until its census shows is measured against the command line
+// opening and analysing the same file, also in the same run.
 #include <benchmark/benchmark.h>
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QEventLoop>
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPainter>
@@ -20,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchFiles.h"
 #include "BenchImages.h"
 #include "app/BackgroundWindow.h"
 #include "app/MainWindow.h"
@@ -32,6 +35,65 @@ using pv::app::MainWindow;
 using pv::app::ScatterGramWidget;
 
 constexpr double kFrameMs = 16.0;
+
+pv::bench::Launcher launcher;  // before any bench picture exists
+
+// The bench picture of a size as an uncompressed TIFF at 300 dpi, written once.
+const std::string& tiffOf(int megapixels) {
+    static struct Files {
+        std::map<int, std::string> paths;
+        ~Files() {
+            for (const auto& [mp, path] : paths) {
+                std::remove(path.c_str());
+            }
+        }
+    } files;
+    std::string& path = files.paths[megapixels];
+    if (path.empty()) {
+        path = pv::bench::scratchPath(std::to_string(megapixels) + "MP.tif");
+        if (!pv::bench::writeTiff(path, pv::bench::fluorescenceImage(megapixels).bitmap, {})) {
+            path.clear();
+        }
+    }
+    return path;
+}
+
+// File > Open as the user has it, until the picture, the census and the coefficients' fields
+// are shown.
+void BM_AppOpen(benchmark::State& state) {
+    const std::string& path = tiffOf(int(state.range(0)));
+    MainWindow window;
+    window.resize(1340, 720);
+    window.show();
+    QApplication::processEvents();
+    for (auto _ : state) {
+        QEventLoop loop;
+        bool opened = false;
+        QObject::connect(&window, &MainWindow::openFinished, &loop, [&](bool ok) {
+            opened = ok;
+            loop.quit();
+        });
+        window.openFile(QString::fromStdString(path));
+        loop.exec();
+        QApplication::processEvents();
+        if (!opened) {
+            state.SkipWithError("the file did not open");
+            return;
+        }
+    }
+}
+
+// The command line opening and analysing the same file, as its own process.
+void BM_CliOpen(benchmark::State& state) {
+    const std::string& path = tiffOf(int(state.range(0)));
+    long peak = 0;
+    for (auto _ : state) {
+        if (path.empty() || !launcher.run({path}, peak)) {
+            state.SkipWithError("the command line failed");
+            return;
+        }
+    }
+}
 
 // One window per size, sized as on a small laptop screen, with the oval tool picked.
 std::map<int, std::unique_ptr<MainWindow>>& windows() {
@@ -248,8 +310,12 @@ class FrameReporter : public benchmark::ConsoleReporter {
     void printRatios() const {
         std::map<std::string, double> oneMegapixel;
         double plainPaint = 0;
+        std::map<std::string, double> cli;
         for (const auto& [name, ms] : times_) {
             const auto [base, size] = nameAndSize(name);
+            if (base == "BM_CliOpen") {
+                cli[size] = ms;
+            }
             if (size == "1") {
                 oneMegapixel[base] = ms;
             }
@@ -258,7 +324,8 @@ class FrameReporter : public benchmark::ConsoleReporter {
             }
         }
         std::printf(
-            "\nTime / 16 ms frame; time / the same at 1 MP; repaint / BM_ViewSizedPaint:\n");
+            "\nTime / 16 ms frame; time / the same at 1 MP; repaint / BM_ViewSizedPaint; "
+            "open / BM_CliOpen:\n");
         for (const auto& [name, ms] : times_) {
             const auto [base, size] = nameAndSize(name);
             std::printf("  %-46s %8.3f ms %7.3fx frame", name.c_str(), ms, ms / kFrameMs);
@@ -268,6 +335,9 @@ class FrameReporter : public benchmark::ConsoleReporter {
             }
             if (base == "BM_ImageViewRepaint" && plainPaint > 0) {
                 std::printf(" %7.2fx plain paint", ms / plainPaint);
+            }
+            if (base == "BM_AppOpen" && cli.count(size) && cli.at(size) > 0) {
+                std::printf(" %7.2fx command line", ms / cli.at(size));
             }
             std::printf("\n");
         }
@@ -289,6 +359,8 @@ BENCHMARK(BM_ContinuousDrag)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->Us
 BENCHMARK(BM_ImageViewRepaint)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_BackgroundPreviewStep)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ViewSizedPaint)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_AppOpen)->Arg(64)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
+BENCHMARK(BM_CliOpen)->Arg(64)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
