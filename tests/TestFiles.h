@@ -59,12 +59,13 @@ struct TiffLayout {
     int unit = RESUNIT_INCH;
     std::span<const std::uint16_t> palette = {};  // as colourMap lays it out; or colourMap's
     int pages = 1;                                // each the same picture
+    int rowsPerStrip = 4;
 };
 
 // One page: the tags and the pixels, strip after strip or tile after tile.
 inline void writeTiffPage(TIFF* t, const TiffLayout& s, const std::vector<std::uint32_t>& samples) {
     // Strips of 4 rows, so the last is usually short; tiles reach past the picture, zero there.
-    const int blockHigh = s.tiled ? 16 : 4, blockWide = s.tiled ? 16 : s.wide;
+    const int blockHigh = s.tiled ? 16 : s.rowsPerStrip, blockWide = s.tiled ? 16 : s.wide;
     const int planes = s.planar ? s.samples : 1, perPixel = s.samples / planes;
     TIFFSetField(t, TIFFTAG_IMAGEWIDTH, s.wide);
     TIFFSetField(t, TIFFTAG_IMAGELENGTH, s.high);

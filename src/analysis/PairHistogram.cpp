@@ -1,8 +1,10 @@
 #include "analysis/PairHistogram.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <numeric>
 
 namespace pv {
 
@@ -177,19 +179,17 @@ PixelCensus censusOf(const PairHistogram& histogram) {
     const int yLevel = levels.of(pair.y);
     const int xLevel = levels.of(pair.x);
     // The census depends only on each channel's state, so the bins reduce to 3 x 3 x 3 totals.
-    std::array<int, 256> xState{};
-    for (int v = 0; v < 256; ++v) {
-        xState[std::size_t(v)] = censusLevelState(v, xLevel);
-    }
+    // Along a row the X states are runs: 0 alone, then the dim samples up to the level, then
+    // the bright ones, so each is a plain sum.
+    const int lastDim = std::clamp(xLevel, 0, 255);
     std::uint64_t totals[3][3][3] = {};
     std::uint64_t all = 0;
     for (int t = 0; t < histogram.occurringThirdStates(); ++t) {
         for (int y = 0; y < 256; ++y) {
-            std::uint64_t byXState[3] = {};
             const std::uint64_t* row = &histogram.counts[PairHistogram::binOf(t, y, 0)];
-            for (int x = 0; x < 256; ++x) {
-                byXState[xState[std::size_t(x)]] += row[x];
-            }
+            const std::uint64_t byXState[3] = {
+                row[0], std::accumulate(row + lastDim + 1, row + 256, std::uint64_t(0)),
+                std::accumulate(row + 1, row + lastDim + 1, std::uint64_t(0))};
             const int sy = censusLevelState(y, yLevel);
             for (int sx = 0; sx < 3; ++sx) {
                 totals[t][sy][sx] += byXState[sx];

@@ -43,7 +43,8 @@ std::vector<std::uint8_t> expectedRGBA(const TiffLayout& s, const std::vector<st
     return out;
 }
 
-// 37 x 21 is not a multiple of the tile width nor of 8 pixels.
+// 37 x 21 is not a multiple of the tile width nor of 8 pixels. Each file is read on one thread
+// and on three, which share its strips or tiles out (the last worker fewer than the others).
 TEST(TiffDecoder, DeliversEightBitRGBInTheFilesLayout) {
     const int RGB = PHOTOMETRIC_RGB, GREY = PHOTOMETRIC_MINISBLACK;
     const int WHITE = PHOTOMETRIC_MINISWHITE, PALETTE = PHOTOMETRIC_PALETTE;
@@ -68,6 +69,15 @@ TEST(TiffDecoder, DeliversEightBitRGBInTheFilesLayout) {
         {"grey16+alpha", {37, 21, 2, 16, GREY}},
         {"palette4", {37, 21, 1, 4, PALETTE}},
         {"palette8 tiled", {37, 21, 1, 8, PALETTE, false, true}},
+        {"rgb8 deflate", {37, 21, 3, 8, RGB, false, false, COMPRESSION_ADOBE_DEFLATE}},
+        {"rgba8 lzw planar", {37, 21, 4, 8, RGB, true, false, COMPRESSION_LZW}},
+        {"rgb16 deflate planar", {37, 21, 3, 16, RGB, true, false, COMPRESSION_ADOBE_DEFLATE}},
+        {"rgba16 lzw tiled", {37, 21, 4, 16, RGB, false, true, COMPRESSION_LZW}},
+        {"grey4 deflate tiled", {37, 21, 1, 4, GREY, false, true, COMPRESSION_ADOBE_DEFLATE}},
+        {"grey16 packbits", {37, 21, 1, 16, GREY, false, false, COMPRESSION_PACKBITS}},
+        // More than a strip buffer may take, so read row by row.
+        {"grey8 one strip of 17 MB",
+         {4100, 4100, 1, 8, GREY, false, false, COMPRESSION_NONE, 0, 0, RESUNIT_INCH, {}, 1, 4100}},
     };
     TempDir dir;
     for (const auto& [name, s, given] : cases) {
@@ -77,14 +87,18 @@ TEST(TiffDecoder, DeliversEightBitRGBInTheFilesLayout) {
                                  ? testing::pattern(std::size_t(s.wide * s.high * s.samples), below)
                                  : given;
         testing::writeTiff(dir.file("t.tif"), s, samples);
-        auto picture = readImageFile(dir.file("t.tif"));
-        ASSERT_TRUE(picture.ok()) << picture.error().message();
-        const Bitmap& b = *picture->bitmap;
-        const bool alpha = s.samples % 2 == 0;
-        EXPECT_EQ(std::tuple(b.isPlanar(), b.samplesPerPixel(), b.hasAlpha(), picture->size,
-                             testing::meshedSamples(b)),
-                  std::tuple(s.planar, alpha ? 4 : 3, alpha, Size{float(s.wide), float(s.high)},
-                             expectedRGBA(s, samples)));
+        const auto expected = expectedRGBA(s, samples);
+        for (const unsigned threads : {1u, 3u}) {
+            SCOPED_TRACE(threads);
+            auto picture = readImageFile(dir.file("t.tif"), {.threads = threads});
+            ASSERT_TRUE(picture.ok()) << picture.error().message();
+            const Bitmap& b = *picture->bitmap;
+            const bool alpha = s.samples % 2 == 0;
+            EXPECT_EQ(
+                std::tuple(b.isPlanar(), b.samplesPerPixel(), b.hasAlpha(), picture->size),
+                std::tuple(s.planar, alpha ? 4 : 3, alpha, Size{float(s.wide), float(s.high)}));
+            EXPECT_TRUE(testing::meshedSamples(b) == expected);
+        }
     }
 }
 

@@ -54,9 +54,11 @@ TEST(Normalization, CombinedEffectOfBothConversions) {
                                   std::pair(file.bitmap, false));
                         continue;
                     }
-                    // The resolution step keeps the layout; only a planar one is converted.
-                    EXPECT_EQ(std::pair(b->bitmap->isPlanar(), converted->has_value()),
-                              std::pair(planar, planar));
+                    // The resolution step keeps the layout, sharing plain RGB pixels; only a
+                    // planar one is converted.
+                    EXPECT_EQ(std::tuple(b->bitmap->isPlanar(), converted->has_value(),
+                                         b->bitmap == file.bitmap),
+                              std::tuple(planar, planar, spp == 3 && padding == 0));
                     const Picture shown = converted->has_value() ? **converted : *b;
                     const Bitmap& s = *shown.bitmap;
                     EXPECT_EQ(
