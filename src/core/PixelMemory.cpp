@@ -101,6 +101,16 @@ void release(std::uint8_t* block, std::size_t bytes) noexcept {
     munmap(block, mappedSize(bytes));
 }
 
+void discard(std::uint8_t* start, std::size_t bytes) noexcept {
+    constexpr std::uintptr_t kPage = 4096;
+    const std::uintptr_t first =
+        (reinterpret_cast<std::uintptr_t>(start) + kPage - 1) & ~(kPage - 1);
+    const std::uintptr_t end = (reinterpret_cast<std::uintptr_t>(start) + bytes) & ~(kPage - 1);
+    if (end > first) {
+        madvise(reinterpret_cast<void*>(first), end - first, MADV_DONTNEED);
+    }
+}
+
 std::size_t shrink(std::uint8_t* block, std::size_t bytes, std::size_t smaller) noexcept {
     if (bytes < kMappedFrom) {
         return bytes;  // from the heap, which cannot give part of a block back

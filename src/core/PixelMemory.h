@@ -15,6 +15,9 @@ namespace pixel_memory {
 // Nothing when memory is short. zeroed: every byte 0.
 std::uint8_t* allocate(std::size_t bytes, bool zeroed);
 void release(std::uint8_t* block, std::size_t bytes) noexcept;
+// The pages wholly inside [start, start + bytes) of a block go back to the system; their bytes
+// read as zero afterwards. For data consumed on the way to somewhere else.
+void discard(std::uint8_t* start, std::size_t bytes) noexcept;
 // Gives back what a block no longer needs past `bytes`; answers the size to release it with.
 std::size_t shrink(std::uint8_t* block, std::size_t bytes, std::size_t smaller) noexcept;
 

@@ -717,6 +717,10 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
                                 for (auto y = std::uint32_t(begin); y < std::uint32_t(end); ++y) {
                                     writeRun(t, RowRun{sink.at(p, y), p, y, 0, t.wide}, *out);
                                 }
+                                // The 16-bit rows are done with: the bitmap takes their memory
+                                // as it fills, instead of adding to it.
+                                pixel_memory::discard(sink.at(p, std::uint32_t(begin)),
+                                                      std::size_t(end - begin) * rowBytes);
                             }
                         });
     } else {
