@@ -71,6 +71,13 @@ Error tooSmallFor(std::uint64_t wide, std::uint64_t high) {
 }
 
 Result<std::uint32_t> sixteenBitTop(std::uint32_t max, const ReadOptions& options) {
+    if (options.sixteenBitTop) {
+        if (max > *options.sixteenBitTop) {
+            return failure("the picture holds samples up to %1, above %2, the scale asked for",
+                           {std::to_string(max), std::to_string(*options.sixteenBitTop)});
+        }
+        return *options.sixteenBitTop;
+    }
     if (options.depthBits <= 0) {
         return max;
     }

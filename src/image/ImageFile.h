@@ -25,6 +25,9 @@ ImageKind imageKindOfFile(const std::string& path);
 struct ReadOptions {
     int depthBits = 0;     // 1 to 16; 0: the file's own brightest sample becomes 255
     unsigned threads = 0;  // decoding a compressed file; 0: one per core
+    // The 16-bit sample value that becomes 255, when several files must be scaled alike; the
+    // file's samples must not exceed it. Takes precedence over depthBits.
+    std::optional<std::uint32_t> sixteenBitTop = std::nullopt;
 };
 
 // Decodes the first picture of an image file, chosen by content. The bitmap keeps the file's

@@ -246,8 +246,10 @@ Result<Picture> decodeJpeg(const std::string& path, std::uint64_t fileSize) {
     if (!readJpegRows(*job)) {
         return jpegFailure(*job);
     }
-    return pictureAtResolution(std::move(bitmap.value()), jfifDPI(c, c.X_density),
-                               jfifDPI(c, c.Y_density));
+    Picture picture = pictureAtResolution(std::move(bitmap.value()), jfifDPI(c, c.X_density),
+                                          jfifDPI(c, c.Y_density));
+    picture.grey = c.output_components == 1;
+    return picture;
 }
 
 }  // namespace pv::decode

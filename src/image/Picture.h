@@ -18,6 +18,8 @@ struct Picture {
     std::uint32_t pageCount = 1;
     // Of a 16-bit file, the sample value that became 255 (the scale every colour sample took).
     std::optional<std::uint32_t> sixteenBitTop = std::nullopt;
+    // The file held one colour channel (grey, perhaps with alpha), copied into all three.
+    bool grey = false;
 
     bool isEmpty() const { return !bitmap || bitmap->isEmpty(); }
     int pixelsWide() const { return bitmap ? bitmap->pixelsWide() : 0; }

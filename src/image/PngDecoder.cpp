@@ -28,6 +28,7 @@ struct PngJob {
     int bitDepth = 0;
     int channels = 0;
     bool interlaced = false;
+    bool grey = false;  // before expansion to RGB
     double dpiX = 72.0, dpiY = 72.0;
     std::unique_ptr<png_byte[]> row;
     Bitmap* out = nullptr;
@@ -68,6 +69,7 @@ bool readPngHeader(PngJob& job) {
                  nullptr, nullptr);
     job.fileBits = std::uint64_t(png_get_channels(job.png, job.info)) * std::uint64_t(job.bitDepth);
     job.interlaced = interlace != PNG_INTERLACE_NONE;
+    job.grey = (colourType & PNG_COLOR_MASK_COLOR) == 0;
     png_set_expand(job.png);  // palette to RGB, small grey levels to 8 bits, tRNS to alpha
     png_set_gray_to_rgb(job.png);
     // Rows of interlaced files are read pass by pass and placed by us, so no full-size buffer.
@@ -271,6 +273,7 @@ Result<Picture> decodePng(const std::string& path, const ReadOptions& options) {
     }
     Picture picture = pictureAtResolution(std::move(bitmap.value()), job->dpiX, job->dpiY);
     picture.sixteenBitTop = sixteenBitTop;
+    picture.grey = job->grey;
     return picture;
 }
 

@@ -743,6 +743,7 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
     const double dpiY = tiffDPI(tif.get(), TIFFTAG_YRESOLUTION, unit);
     Picture picture = pictureAtResolution(std::move(*out), dpiX, dpiY);
     picture.pageCount = pages;
+    picture.grey = t.colour == Colour::Grey;
     if (t.bits == 16) {
         picture.sixteenBitTop = t.scale.max;
     }

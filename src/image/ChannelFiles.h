@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "core/Result.h"
+#include "image/ImageFile.h"
+#include "image/Picture.h"
+
+namespace pv {
+
+// One channel of a picture file: its grey, or one colour channel (0 red, 1 green, 2 blue) of a
+// colour file.
+struct ChannelSource {
+    std::string path;
+    std::optional<int> channel = std::nullopt;
+};
+
+// Where the two channels go in the working picture (0 red, 1 green, 2 blue); the third channel
+// stays 0.
+struct ChannelPlaces {
+    int y = 0;
+    int x = 1;
+};
+
+// Reads two single-channel pictures, as microscopes save each channel, into one meshed RGB
+// picture of their common size, at the resolution of the first. 16-bit files read at their own
+// scale are scaled by one factor, that of the brighter, so that their relative intensities
+// hold. Refused, naming the file, when a file cannot be read, is colour without a channel
+// named, or differs in size from the other.
+Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, ChannelPlaces into,
+                                const ReadOptions& options = {});
+
+}  // namespace pv
