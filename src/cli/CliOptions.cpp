@@ -151,8 +151,19 @@ bool parseBackground(std::string_view text, BackgroundStep& step, std::string& e
 }
 
 // The options that take a value, in their long form.
-constexpr std::string_view kValueOptions[] = {"--pair",       "--coefficients", "--report", "--roi",
-                                              "--background", "--jobs",         "--depth"};
+constexpr std::string_view kValueOptions[] = {
+    "--pair",  "--coefficients", "--report", "--roi",       "--background", "--jobs",
+    "--depth", "--y-file",       "--x-file", "--y-channel", "--x-channel"};
+
+// The whole number of text within lo..hi, if it is one.
+std::optional<int> wholeNumber(std::string_view text, int lo, int hi) {
+    int n = 0;
+    auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), n);
+    if (ec != std::errc() || end != text.data() + text.size() || n < lo || n > hi) {
+        return std::nullopt;
+    }
+    return n;
+}
 
 bool takesValue(std::string_view option) {
     return std::find(std::begin(kValueOptions), std::end(kValueOptions), option) !=
@@ -305,28 +316,44 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
             if (!v) {
                 return result;
             }
-            unsigned n = 0;
-            auto [end, ec] = std::from_chars(v->data(), v->data() + v->size(), n);
-            if (ec != std::errc() || end != v->data() + v->size() || n == 0 || n > 1024) {
+            const auto n = wholeNumber(*v, 1, 1024);
+            if (!n) {
                 result.error = "--jobs needs a whole number from 1 to 1024, not '" + *v + "'";
                 return result;
             }
-            o.jobs = n;
+            o.jobs = unsigned(*n);
         } else if (a == "--depth") {
             auto v = value("--depth");
             if (!v) {
                 return result;
             }
-            int bits = 0;
-            auto [end, ec] = std::from_chars(v->data(), v->data() + v->size(), bits);
-            if (ec != std::errc() || end != v->data() + v->size() || bits < 1 || bits > 16) {
+            const auto bits = wholeNumber(*v, 1, 16);
+            if (!bits) {
                 result.error =
                     "--depth needs the bits of the raw data, from 1 to 16 (for example "
                     "12), not '" +
                     *v + "'";
                 return result;
             }
-            o.depthBits = bits;
+            o.depthBits = *bits;
+        } else if (a == "--y-file" || a == "--x-file") {
+            auto v = value(a.c_str());
+            if (!v) {
+                return result;
+            }
+            (a == "--y-file" ? o.yFile : o.xFile) = *v;
+        } else if (a == "--y-channel" || a == "--x-channel") {
+            auto v = value(a.c_str());
+            if (!v) {
+                return result;
+            }
+            const auto n = wholeNumber(*v, 1, 3);
+            if (!n) {
+                result.error =
+                    a + " needs a channel number: 1 red, 2 green, 3 blue, not '" + *v + "'";
+                return result;
+            }
+            (a == "--y-channel" ? o.yChannel : o.xChannel) = *n - 1;
         } else {
             result.error = "unknown option '" + a + "'";
             return result;
@@ -345,7 +372,14 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
             return result;
         }
     }
-    if (o.images.empty()) {
+    const bool channelFiles = o.yFile || o.xFile;
+    if (channelFiles && !(o.yFile && o.xFile)) {
+        result.error = "--y-file and --x-file go together: give both";
+    } else if (channelFiles && !o.images.empty()) {
+        result.error = "--y-file and --x-file take the place of an image; give no image besides";
+    } else if ((o.yChannel && !o.yFile) || (o.xChannel && !o.xFile)) {
+        result.error = "--y-channel and --x-channel name a channel of --y-file and --x-file";
+    } else if (o.images.empty() && !channelFiles) {
         result.error = "no image given";
     } else if (formatOption && !o.reportStem) {
         result.error = *formatOption + " needs --report STEM";
@@ -359,6 +393,7 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
 
 std::string usageText() {
     return R"(Usage: pixmera-veltro-cli [options] IMAGE...
+       pixmera-veltro-cli [options] --y-file FILE --x-file FILE
 
 Colocalization analysis of two-colour fluorescence images. For each IMAGE it does what a user
 does in the desktop program: open it, correct the background if asked, let the automatic pass
@@ -389,6 +424,13 @@ Options:
                        before the analysis, set every sample of CHANNEL (red, green, blue
                        or all) at or below LEVEL (0 to 255) to 0, as the background
                        window's Apply does; may be given several times, applied in order
+  --y-file FILE, --x-file FILE
+                       analyse two single-channel files, as microscopes save each channel,
+                       as the pair's Y and X channels of one picture (the third channel 0);
+                       16-bit files are scaled by one factor, that of the brighter file
+  --y-channel N, --x-channel N
+                       take channel N (1 red, 2 green, 3 blue) of a colour --y-file or
+                       --x-file
   --depth BITS         read every 16-bit file as raw data of BITS bits (for example 12):
                        samples are scaled by 255 / (2^BITS - 1) in every file alike, so a
                        --background level means the same raw level throughout a batch;

@@ -35,6 +35,10 @@ struct Options {
     std::vector<BackgroundStep> background;
     unsigned jobs = 0;  // 0: one per core
     int depthBits = 0;  // 16-bit files scaled alike from this depth; 0: each by its brightest
+    // Two single-channel files as the Y and X channels of one picture, instead of images; a
+    // channel (0 red, 1 green, 2 blue) of each when it is a colour file.
+    std::optional<std::string> yFile, xFile;
+    std::optional<int> yChannel, xChannel;
     bool help = false;
     bool version = false;
 };

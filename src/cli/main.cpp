@@ -59,9 +59,14 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     PixmeraVeltroController controller(port);
     cli::startController(controller, o, threads);
 
-    const Status opened = controller.openImageFile(image);
+    const Status opened =
+        o.yFile ? controller.openChannelFiles({*o.yFile, o.yChannel}, {*o.xFile, o.xChannel})
+                : controller.openImageFile(image);
     if (!opened) {
-        out.failures.push_back(failureLine(image, opened.error().reason));
+        // Of two channel files, the one at fault names itself.
+        out.failures.push_back(o.yFile && !opened.error().file.empty()
+                                   ? opened.error().message()
+                                   : failureLine(image, opened.error().reason));
         // A row all the same, so that the table's rows line up with the files given.
         out.row.assign(kTableColumns, "");
         out.row[0] = image;
@@ -207,7 +212,11 @@ int main(int argc, char** argv) {
                   << "\nTry 'pixmera-veltro-cli --help' for more information.\n";
         return 2;
     }
-    const cli::Options& o = parsed.options;
+    cli::Options o = parsed.options;
+    if (o.yFile) {
+        // Two channel files make one picture, named after both wherever an image is named.
+        o.images = {*o.yFile + " + " + *o.xFile};
+    }
     if (o.help) {
         std::cout << cli::usageText();
         return finish(0);

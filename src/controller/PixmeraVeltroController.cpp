@@ -138,6 +138,11 @@ Status PixmeraVeltroController::openImageFile(const std::string& path) {
     return openReadPicture(path, readImageFile(path, readOptions_));
 }
 
+Status PixmeraVeltroController::openChannelFiles(const ChannelSource& y, const ChannelSource& x) {
+    const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
+    return openReadPicture(y.path, readChannelPair(y, x, {int(pair.y), int(pair.x)}, readOptions_));
+}
+
 Status PixmeraVeltroController::openReadPicture(const std::string& path, Result<Picture> read) {
     const Action action(*this);
     // The file facts are read from the path before the picture is taken.

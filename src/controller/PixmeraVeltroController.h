@@ -16,6 +16,7 @@
 #include "core/Result.h"
 #include "core/UserPreferences.h"
 #include "image/Bitmap.h"
+#include "image/ChannelFiles.h"
 #include "image/ImageFile.h"
 #include "output/Export.h"
 #include "roi/ScatterGramView.h"
@@ -87,6 +88,9 @@ class PixmeraVeltroController : public PixmeraController {
     // The desktop hands over a file (open panel, Open Recent, command line). A file that cannot
     // be read leaves an empty picture; the failure has gone to the port and is answered too.
     Status openImageFile(const std::string& path);
+    // Two single-channel files (or a channel of each) as the current pair's Y and X channels
+    // of one picture, which is then taken as an opened file is; the file facts are the Y file's.
+    Status openChannelFiles(const ChannelSource& y, const ChannelSource& x);
     // The same with the file already read (readImageFile may run on another thread; this must
     // not): for front ends that keep reading a large file off their event loop.
     Status openReadPicture(const std::string& path, Result<Picture> read);

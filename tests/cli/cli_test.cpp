@@ -85,42 +85,48 @@ TEST_F(CliTest, WorkedExampleGoesToStandardOutputOrTheReportFiles) {
 TEST_F(CliTest, UsageErrorsExitWithTwoAndAHintAndWriteNothing) {
     const std::string image = example(), out = (dir / "out").string();
     // Most name a report, so that anything written before the refusal would show.
-    const Args cases[] = {{},
-                          {"--report"},
-                          {"--images", image},
-                          {"--report", out, "--frobnicate", image},
-                          {"--report", out, "--pair", "red-yellow", image},
-                          {"--report", out, "--coefficients", "Rr,q", image},
-                          {"--report", out, "--jobs", "0", image},
-                          {"--report", out, "--jobs", "many", image},
-                          {"--report", out, "--reveal", image},
-                          {"--report", out, "--roi", "polygon:1,2,3,4,5", image},
-                          {"--report", out, "--roi", "polygon:1,2,3,4", image},
-                          {"--report", out, "--roi", "rect:1,2,3", image},
-                          {"--report", out, "--roi", "circle:1,2,3,4", image},
-                          {"--report", out, "--roi", "rect:1,x,3,4", image},
-                          {"--report", out, "--background", "purple:10", image},
-                          {"--report", out, "--background", "red:ten", image},
-                          {"--report", out, "--background", "red:256", image},
-                          {"--report", out, "--background", "red", image},
-                          // GNU forms and the rules between options.
-                          {"--report", out, "--images=yes", image},
-                          {"--report", out, "--pair", "red-blue", "--pair=green-red", image},
-                          {"--report", out, "-j2", "--jobs", "2", image},
-                          {"--report", out, "--txt", "--xls", image},
-                          {"--txt", image},
-                          {"--report", out, "--coefficients", "", image},
-                          {"--report", out, "--coefficients=,", image},
-                          // Regions without area or reaching past the scatter gram.
-                          {"--report", out, "--roi", "rect:10,10,0,5", image},
-                          {"--report", out, "--roi", "oval:10,10,5,0", image},
-                          {"--report", out, "--roi", "polygon:1,1,2,2,3,3", image},
-                          {"--report", out, "--roi", "rect:-1,0,10,10", image},
-                          {"--report", out, "--roi", "rect:250,0,10,10", image},
-                          {"--report", out, "--roi", "lasso:0,0,100,0,100,257", image},
-                          // A folder is no report name.
-                          {"--report", dir.string() + "/", image},
-                          {"--report", dir.string(), image}};
+    const Args cases[] = {
+        {},
+        {"--report"},
+        {"--images", image},
+        {"--report", out, "--frobnicate", image},
+        {"--report", out, "--pair", "red-yellow", image},
+        {"--report", out, "--coefficients", "Rr,q", image},
+        {"--report", out, "--jobs", "0", image},
+        {"--report", out, "--jobs", "many", image},
+        {"--report", out, "--reveal", image},
+        {"--report", out, "--roi", "polygon:1,2,3,4,5", image},
+        {"--report", out, "--roi", "polygon:1,2,3,4", image},
+        {"--report", out, "--roi", "rect:1,2,3", image},
+        {"--report", out, "--roi", "circle:1,2,3,4", image},
+        {"--report", out, "--roi", "rect:1,x,3,4", image},
+        {"--report", out, "--background", "purple:10", image},
+        {"--report", out, "--background", "red:ten", image},
+        {"--report", out, "--background", "red:256", image},
+        {"--report", out, "--background", "red", image},
+        // GNU forms and the rules between options.
+        {"--report", out, "--images=yes", image},
+        {"--report", out, "--pair", "red-blue", "--pair=green-red", image},
+        {"--report", out, "-j2", "--jobs", "2", image},
+        {"--report", out, "--txt", "--xls", image},
+        {"--txt", image},
+        {"--report", out, "--coefficients", "", image},
+        {"--report", out, "--coefficients=,", image},
+        // Regions without area or reaching past the scatter gram.
+        {"--report", out, "--roi", "rect:10,10,0,5", image},
+        {"--report", out, "--roi", "oval:10,10,5,0", image},
+        {"--report", out, "--roi", "polygon:1,1,2,2,3,3", image},
+        {"--report", out, "--roi", "rect:-1,0,10,10", image},
+        {"--report", out, "--roi", "rect:250,0,10,10", image},
+        {"--report", out, "--roi", "lasso:0,0,100,0,100,257", image},
+        // Channel files go in pairs, instead of images.
+        {"--report", out, "--y-file", image},
+        {"--report", out, "--y-file", image, "--x-file", image, image},
+        {"--report", out, "--y-channel", "1", image},
+        {"--report", out, "--y-file", image, "--x-file", image, "--x-channel", "4"},
+        // A folder is no report name.
+        {"--report", dir.string() + "/", image},
+        {"--report", dir.string(), image}};
     for (const Args& args : cases) {
         const CliRun r = run(args);
         EXPECT_EQ(std::tuple(r.status, r.out), std::tuple(2, "")) << testing::PrintToString(args);
@@ -241,6 +247,47 @@ TEST_F(CliTest, SixteenBitScaleFollowsTheDepth) {
             run({"--depth", "12", "--background", std::string("green:") + level, pixel});
         EXPECT_NE(r.out.find(green), std::string::npos) << level << "\n" << r.out;
     }
+}
+
+// Two channel files give the report of the one RGB picture that holds them in the pair's
+// channels, with the third channel 0; a file that does not fit is named.
+TEST_F(CliTest, TwoChannelFilesAreAnalysedAsOnePicture) {
+    const int w = 5, h = 4;
+    std::vector<std::uint32_t> ys, xs;
+    for (int i = 0; i < w * h; ++i) {
+        ys.push_back(std::uint32_t(i * 37 % 256));
+        xs.push_back(std::uint32_t(i % 3 == 0 ? 0 : i * 53 % 256));
+    }
+    const auto grey = [&](const std::string& name, int wide, const std::vector<std::uint32_t>& v) {
+        const std::string path = (dir / name).string();
+        pv::testing::writeTiff(
+            path, {.wide = wide, .high = h, .samples = 1, .photometric = PHOTOMETRIC_MINISBLACK},
+            v);
+        return path;
+    };
+    const std::string y = grey("y.tif", w, ys), x = grey("x.tif", w, xs);
+    for (const auto& [pair, yAt, xAt] : {std::tuple("red-green", 0, 1), {"blue-red", 2, 0}}) {
+        SCOPED_TRACE(pair);
+        std::vector<std::uint32_t> rgb(std::size_t(w * h * 3), 0);
+        for (std::size_t i = 0; i < ys.size(); ++i) {
+            rgb[3 * i + std::size_t(yAt)] = ys[i];
+            rgb[3 * i + std::size_t(xAt)] = xs[i];
+        }
+        const std::string both = tiff("both.tif", w, h, rgb);
+        const Args region = {"--pair", pair, "--roi", "rect:20,20,200,200"};
+        Args asFiles = region, asPicture = region;
+        asFiles.insert(asFiles.end(), {"--y-file", y, "--x-file", x});
+        asPicture.push_back(both);
+        const CliRun files = run(asFiles), picture = run(asPicture);
+        EXPECT_EQ(std::tuple(files.status, files.err), std::tuple(0, ""));
+        EXPECT_EQ(files.out, picture.out);
+    }
+    const std::string narrow = grey("narrow.tif", w - 1, std::vector<std::uint32_t>((w - 1) * h));
+    const CliRun refused = run({"--y-file", y, "--x-file", narrow});
+    EXPECT_EQ(std::tuple(refused.status, refused.out, refused.err),
+              std::tuple(1, "",
+                         narrow + ": this picture is 4 x 4 pixels but " + y +
+                             " is 5 x 4: the two channels must be the same size\n"));
 }
 
 // Results that cannot be written to standard output are a failure, not a success.
