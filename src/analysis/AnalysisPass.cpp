@@ -7,8 +7,10 @@
 namespace pv {
 
 bool runAnalysisPass(const ChannelView& view, AnalysisState& state, std::uint8_t* scatterGramData,
-                     PairHistogram& histogram, unsigned threads, const CancelHook& cancel) {
-    const bool counted = countPairs(view, state.rgbCombo, state.levels, histogram, threads, cancel);
+                     PairHistogram& histogram, unsigned threads, const CancelHook& cancel,
+                     const MaskView& mask) {
+    const bool counted =
+        countPairs(view, state.rgbCombo, state.levels, histogram, threads, cancel, mask);
     state.census = censusOf(histogram);
     // The sums and the scatter gram in one trip through the histogram.
     state.sums = {};

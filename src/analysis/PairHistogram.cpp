@@ -36,9 +36,11 @@ struct Kernel {
     std::ptrdiff_t rowStride = 0;
     std::int64_t columns = 0;
     const std::uint32_t* thirdLut = nullptr;
+    MaskView mask{};
+    std::uint32_t outside = 0;  // the bin past the histogram for pixels outside the mask
 };
 
-template <std::ptrdiff_t kStep>
+template <std::ptrdiff_t kStep, bool kMasked>
 void countRows(const Kernel& k, std::ptrdiff_t step, std::int64_t begin, std::int64_t end,
                std::uint32_t* h0, std::uint32_t* h1) {
     const std::ptrdiff_t s = kStep > 0 ? kStep : step;
@@ -49,9 +51,12 @@ void countRows(const Kernel& k, std::ptrdiff_t step, std::int64_t begin, std::in
         const std::uint8_t* y = k.y + row;
         const std::uint8_t* x = k.x + row;
         const std::uint8_t* t = k.third + row;
+        const std::uint8_t* m = kMasked ? k.mask.data + r * k.mask.rowStride : nullptr;
         auto index = [&](std::int64_t c) {
             const std::ptrdiff_t o = c * s;
-            return lut[t[o]] | std::uint32_t(y[o]) << 8 | std::uint32_t(x[o]);
+            const std::uint32_t bin = lut[t[o]] | std::uint32_t(y[o]) << 8 | std::uint32_t(x[o]);
+            // A pixel outside the mask goes to a bin past the histogram, without a branch.
+            return kMasked ? (m[c] != 0 ? bin : k.outside) : bin;
         };
         // Alternate pixels go to alternate sub-histograms, so that a run of equal values (a
         // black background) does not make each increment wait for the one before. Measured on
@@ -67,21 +72,31 @@ void countRows(const Kernel& k, std::ptrdiff_t step, std::int64_t begin, std::in
     }
 }
 
-void countBlock(const Kernel& k, std::ptrdiff_t step, std::int64_t begin, std::int64_t end,
-                std::uint32_t* h0, std::uint32_t* h1) {
+template <bool kMasked>
+void countBlockOf(const Kernel& k, std::ptrdiff_t step, std::int64_t begin, std::int64_t end,
+                  std::uint32_t* h0, std::uint32_t* h1) {
     switch (step) {
         case 1:
-            countRows<1>(k, step, begin, end, h0, h1);
+            countRows<1, kMasked>(k, step, begin, end, h0, h1);
             break;
         case 3:
-            countRows<3>(k, step, begin, end, h0, h1);
+            countRows<3, kMasked>(k, step, begin, end, h0, h1);
             break;
         case 4:
-            countRows<4>(k, step, begin, end, h0, h1);
+            countRows<4, kMasked>(k, step, begin, end, h0, h1);
             break;
         default:
-            countRows<0>(k, step, begin, end, h0, h1);
+            countRows<0, kMasked>(k, step, begin, end, h0, h1);
             break;
+    }
+}
+
+void countBlock(const Kernel& k, std::ptrdiff_t step, std::int64_t begin, std::int64_t end,
+                std::uint32_t* h0, std::uint32_t* h1) {
+    if (k.mask.isWhole()) {
+        countBlockOf<false>(k, step, begin, end, h0, h1);
+    } else {
+        countBlockOf<true>(k, step, begin, end, h0, h1);
     }
 }
 
@@ -113,7 +128,8 @@ CensusClass censusClassOfBin(RGBCombo combo, const MinimumLevels& levels, int th
 }
 
 bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& levels,
-                PairHistogram& histogram, unsigned threads, const CancelHook& cancel) {
+                PairHistogram& histogram, unsigned threads, const CancelHook& cancel,
+                const MaskView& mask) {
     histogram.rgbCombo = combo;
     histogram.levels = levels;
     histogram.counts.clear();
@@ -124,19 +140,23 @@ bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& le
         }
         const ChannelPair pair = channelPairFor(combo);
         const std::array<std::uint32_t, 256> thirdLut = thirdStateBinOffsets(combo, levels);
+        // Without state 2 the workers' histograms are a third smaller.
+        const std::size_t binsUsed = std::size_t(histogram.occurringThirdStates()) * kPairBins;
         Kernel kernel{view.channel[std::size_t(pair.y)],
                       view.channel[std::size_t(pair.x)],
                       view.channel[std::size_t(pair.third)],
                       view.rowStride,
                       view.width,
-                      thirdLut.data()};
-        // Without state 2 the workers' histograms are a third smaller.
-        const std::size_t binsUsed = std::size_t(histogram.occurringThirdStates()) * kPairBins;
+                      thirdLut.data(),
+                      mask,
+                      std::uint32_t(binsUsed)};
+        // Each sub-histogram has one bin more than is used: that of the pixels outside a mask.
+        const std::size_t stride = binsUsed + 1;
 
         const unsigned workers = workersFor(view.height, view.width, threads);
         std::vector<Counts32> counts(workers);
         for (Counts32& c : counts) {
-            c.reset(static_cast<std::uint32_t*>(std::calloc(2 * binsUsed, sizeof(std::uint32_t))));
+            c.reset(static_cast<std::uint32_t*>(std::calloc(2 * stride, sizeof(std::uint32_t))));
             if (!c) {
                 histogram.counts.clear();
                 return false;
@@ -146,7 +166,7 @@ bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& le
             view.height, workers,
             [&](unsigned w, std::int64_t begin, std::int64_t end) {
                 std::uint32_t* h0 = counts[w].get();
-                countBlock(kernel, view.pixelStride, begin, end, h0, h0 + binsUsed);
+                countBlock(kernel, view.pixelStride, begin, end, h0, h0 + stride);
             },
             cancel);
         if (!finished) {
@@ -156,7 +176,7 @@ bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& le
         std::uint64_t* merged = histogram.counts.data();
         for (const Counts32& c : counts) {
             const std::uint32_t* h0 = c.get();
-            const std::uint32_t* h1 = h0 + binsUsed;
+            const std::uint32_t* h1 = h0 + stride;
             for (std::size_t b = 0; b < binsUsed; ++b) {
                 merged[b] += std::uint64_t(h0[b]) + h1[b];
             }

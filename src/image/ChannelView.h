@@ -69,6 +69,15 @@ struct BasicChannelView {
 using ChannelView = BasicChannelView<const std::uint8_t>;
 using WritableChannelView = BasicChannelView<std::uint8_t>;
 
+// Which pixels of a picture are analysed: those whose byte here is not 0. One byte a pixel,
+// rows rowStride apart, of the picture's size; no data means every pixel.
+struct MaskView {
+    const std::uint8_t* data = nullptr;
+    std::ptrdiff_t rowStride = 0;
+
+    bool isWhole() const { return data == nullptr; }
+};
+
 }  // namespace pv
 
 namespace pv {

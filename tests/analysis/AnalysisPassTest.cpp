@@ -104,10 +104,15 @@ struct Expected {
     std::vector<std::uint64_t> histogram = std::vector<std::uint64_t>(PairHistogram::kBins, 0);
 };
 
-Expected bruteForce(TestImage& img, int combo, const int levels[3], const PixelTest& selects) {
+// mask: a byte a pixel, row by row, 0 where the pixel is left out; empty for every pixel.
+Expected bruteForce(TestImage& img, int combo, const int levels[3], const PixelTest& selects,
+                    const std::vector<std::uint8_t>& mask = {}) {
     Expected e;
     for (int r = 0; r < img.h; ++r) {
         for (int c = 0; c < img.w; ++c) {
+            if (!mask.empty() && mask[std::size_t(r * img.w + c)] == 0) {
+                continue;
+            }
             const int rgb[3] = {img.at(r, c, 0), img.at(r, c, 1), img.at(r, c, 2)};
             const int k = censusClass(rgb, levels), third = 3 - kY[combo] - kX[combo];
             const std::int64_t y = rgb[kY[combo]], x = rgb[kX[combo]], t = rgb[third];
@@ -174,19 +179,32 @@ MinimumLevels levelsOf(const int levels[3]) {
 }
 
 // The pass with any split, then the region census from its histogram, must give what the brute
-// force gives for every pixel, whatever the layout.
+// force gives for every pixel (or every pixel inside a mask), whatever the layout.
 TEST(AnalysisPass, WholeAndRegionResultsMatchBruteForce) {
     std::mt19937 rng(42);
     const int levelSets[][3] = {{0, 0, 0}, {5, 0, 100}, {-5, 300, 1}};
     for (Layout layout : {Layout::MeshedRGB, Layout::PaddedRGBA, Layout::Planar}) {
         TestImage img = randomImage(layout, 37, 23, rng);
+        // A mask with rows 3 bytes longer than the picture's, a third of its pixels left out.
+        const std::ptrdiff_t maskRow = img.w + 3;
+        std::vector<std::uint8_t> maskRows(std::size_t(maskRow * img.h)), mask;
+        for (int r = 0; r < img.h; ++r) {
+            for (int c = 0; c < img.w; ++c) {
+                const std::uint8_t m = rng() % 3 == 0 ? 0 : std::uint8_t(1 + rng() % 255);
+                maskRows[std::size_t(r * maskRow + c)] = m;
+                mask.push_back(m);
+            }
+        }
         for (int combo = 0; combo < kRGBComboCount; ++combo) {
-            for (int kind = 0; kind < 5; ++kind) {
+            for (int kind = 0; kind < 6; ++kind) {
                 SCOPED_TRACE(testing::Message() << "layout " << int(layout) << " pair " << combo
                                                 << " region " << kind);
                 const int* levels = levelSets[(kind + combo) % 3];
-                const Region region = randomRegion(rng, kind, combo);
-                const Expected e = bruteForce(img, combo, levels, region.selects);
+                const Region region = randomRegion(rng, kind % 5, combo);
+                const bool masked = kind == 5;
+                const Expected e = bruteForce(img, combo, levels, region.selects,
+                                              masked ? mask : std::vector<std::uint8_t>{});
+                const MaskView maskView = masked ? MaskView{maskRows.data(), maskRow} : MaskView{};
                 for (unsigned threads : {1u, 2u, 3u, 0u}) {
                     SCOPED_TRACE(testing::Message() << "threads " << threads);
                     AnalysisState s;
@@ -196,7 +214,8 @@ TEST(AnalysisPass, WholeAndRegionResultsMatchBruteForce) {
                     s.sums.sumPixelsXAxis = 12345;
                     std::vector<std::uint8_t> scatter(kScatterGramBytes, 0x5A);
                     PairHistogram hist;
-                    ASSERT_TRUE(runAnalysisPass(img.view(), s, scatter.data(), hist, threads));
+                    ASSERT_TRUE(runAnalysisPass(img.view(), s, scatter.data(), hist, threads, {},
+                                                maskView));
                     EXPECT_EQ(wholeResults(s), e.whole);
                     EXPECT_TRUE(scatter == e.scatter);
                     EXPECT_TRUE(hist.counts == e.histogram);
