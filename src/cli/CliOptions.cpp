@@ -153,7 +153,7 @@ bool parseBackground(std::string_view text, BackgroundStep& step, std::string& e
 // The options that take a value, in their long form.
 constexpr std::string_view kValueOptions[] = {
     "--pair",  "--coefficients", "--report", "--roi",       "--background", "--jobs",
-    "--depth", "--y-file",       "--x-file", "--y-channel", "--x-channel"};
+    "--depth", "--y-file",       "--x-file", "--y-channel", "--x-channel",  "--mask"};
 
 // The whole number of text within lo..hi, if it is one.
 std::optional<int> wholeNumber(std::string_view text, int lo, int hi) {
@@ -336,6 +336,12 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
                 return result;
             }
             o.depthBits = *bits;
+        } else if (a == "--mask") {
+            auto v = value("--mask");
+            if (!v) {
+                return result;
+            }
+            o.mask = *v;
         } else if (a == "--y-file" || a == "--x-file") {
             auto v = value(a.c_str());
             if (!v) {
@@ -431,6 +437,9 @@ Options:
   --y-channel N, --x-channel N
                        take channel N (1 red, 2 green, 3 blue) of a colour --y-file or
                        --x-file
+  --mask FILE          analyse only the pixels where FILE (a picture of the same size, for
+                       example a segmentation of the cells) is not 0: census, sums, scatter
+                       gram, region and reveal; percentages then refer to those pixels
   --depth BITS         read every 16-bit file as raw data of BITS bits (for example 12):
                        samples are scaled by 255 / (2^BITS - 1) in every file alike, so a
                        --background level means the same raw level throughout a batch;

@@ -39,6 +39,7 @@ struct Options {
     // channel (0 red, 1 green, 2 blue) of each when it is a colour file.
     std::optional<std::string> yFile, xFile;
     std::optional<int> yChannel, xChannel;
+    std::optional<std::string> mask;  // only the pixels where it is not 0 are analysed
     bool help = false;
     bool version = false;
 };

@@ -59,19 +59,24 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     PixmeraVeltroController controller(port);
     cli::startController(controller, o, threads);
 
-    const Status opened =
+    Status opened =
         o.yFile ? controller.openChannelFiles({*o.yFile, o.yChannel}, {*o.xFile, o.xChannel})
                 : controller.openImageFile(image);
+    if (opened && o.mask) {
+        opened = controller.setMaskFile(*o.mask);
+    }
     if (!opened) {
-        // Of two channel files, the one at fault names itself.
-        out.failures.push_back(o.yFile && !opened.error().file.empty()
-                                   ? opened.error().message()
-                                   : failureLine(image, opened.error().reason));
+        // Of two channel files the one at fault names itself; a mask is named after the image.
+        const Error& e = opened.error();
+        const bool ofMask = o.mask && e.file == *o.mask;
+        const std::string why = ofMask ? "mask " + e.message() : e.reason;
+        out.failures.push_back(o.yFile && !ofMask && !e.file.empty() ? e.message()
+                                                                     : failureLine(image, why));
         // A row all the same, so that the table's rows line up with the files given.
         out.row.assign(kTableColumns, "");
         out.row[0] = image;
         out.row[1] = cli::pairName(o.rgbCombo);
-        out.row.back() = opened.error().reason;
+        out.row.back() = o.yFile && !ofMask && !e.file.empty() ? e.message() : why;
         return out;
     }
     for (const std::string& line : port.log) {

@@ -95,6 +95,11 @@ std::vector<Caution> analysisCautions(const CautionFacts& facts) {
     if (facts.pages > 1) {
         out.push_back({tr("only page 1 of %1 was analysed", {std::to_string(facts.pages)}), {}});
     }
+    if (facts.masked && facts.analysis.census.totalPixelCount == 0) {
+        // Every other caution would only repeat this one.
+        out.push_back({tr("the mask holds no pixel: there is nothing to analyse"), {}});
+        return out;
+    }
     if (channelsIdentical(facts.histogram)) {
         out.push_back({tr("the %1 and %2 channels are identical in every pixel: is the picture "
                           "grey?",

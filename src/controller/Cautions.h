@@ -26,6 +26,7 @@ struct CautionFacts {
     const PairHistogram& histogram;
     bool backgroundCorrected = false;
     std::uint32_t pages = 1;  // of the file; only the first is analysed
+    bool masked = false;      // a mask limits the pixels analysed
 };
 
 // The cautions the results as shown call for: pages left out, channels that are identical in

@@ -116,7 +116,8 @@ std::vector<Caution> PixmeraVeltroController::cautions() const {
                              .fields = fields_,
                              .histogram = histogram_,
                              .backgroundCorrected = image_.imageFileInfo.backgroundCorrected != 0,
-                             .pages = loadedPages_});
+                             .pages = loadedPages_,
+                             .masked = mask_.has_value()});
 }
 
 std::uint64_t PixmeraVeltroController::pixelsWithPair(int x, int y) const {
@@ -141,6 +142,49 @@ Status PixmeraVeltroController::openImageFile(const std::string& path) {
 Status PixmeraVeltroController::openChannelFiles(const ChannelSource& y, const ChannelSource& x) {
     const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
     return openReadPicture(y.path, readChannelPair(y, x, {int(pair.y), int(pair.x)}, readOptions_));
+}
+
+Status PixmeraVeltroController::setMaskFile(const std::string& path) {
+    const Action action(*this);
+    const Picture& picture = image_.currentDisplayedImage();
+    Result<Picture> read = readImageFile(path, readOptions_);
+    if (!read) {
+        return Status(read.error());
+    }
+    if (read->pixelsWide() != picture.pixelsWide() || read->pixelsHigh() != picture.pixelsHigh()) {
+        return Status(Error{
+            path,
+            tr("the mask is %1 x %2 pixels but the picture is %3 x %4",
+               {std::to_string(read->pixelsWide()), std::to_string(read->pixelsHigh()),
+                std::to_string(picture.pixelsWide()), std::to_string(picture.pixelsHigh())})});
+    }
+    std::optional<Bitmap> mask =
+        Bitmap::create(read->pixelsWide(), read->pixelsHigh(), 1, false, false);
+    if (!mask) {
+        return Status(Error{path, tr("there is not enough memory to open the picture (%1 pixels)",
+                                     {std::to_string(read->pixelsWide()) + " x " +
+                                      std::to_string(read->pixelsHigh())})});
+    }
+    const ChannelView from = read->bitmap->channels();
+    for (std::int64_t r = 0; r < from.height; ++r) {
+        std::uint8_t* row = mask->row(0, int(r));
+        for (std::int64_t c = 0; c < from.width; ++c) {
+            const bool inside = *from.sample(0, r, c) != 0 || *from.sample(1, r, c) != 0 ||
+                                *from.sample(2, r, c) != 0;
+            row[c] = inside ? 255 : 0;
+        }
+    }
+    mask_ = std::move(mask);
+    reanalyse();
+    return Status();
+}
+
+void PixmeraVeltroController::clearMask() {
+    const Action action(*this);
+    if (mask_) {
+        mask_.reset();
+        reanalyse();
+    }
 }
 
 Status PixmeraVeltroController::openReadPicture(const std::string& path, Result<Picture> read) {
@@ -181,6 +225,7 @@ void PixmeraVeltroController::selectedNewImage() {
 Status PixmeraVeltroController::takeNewPicture(Picture read, Status status) {
     // Even a failed read is normalised (as nothing), so the file facts read as for no picture.
     Picture normalised;
+    mask_.reset();  // made for another picture
     loadedPages_ = read.pageCount;
     loadedSixteenBitTop_ = read.sixteenBitTop;
     Result<Picture> at72 = convertNon72dpiImages(read, image_.imageFileInfo);
@@ -252,8 +297,9 @@ void PixmeraVeltroController::calculateScatterGram() {
         port_.logMessage(kInitializationError);
         return;
     }
+    const MaskView mask = mask_ ? MaskView{mask_->bitmapData(), mask_->bytesPerRow()} : MaskView{};
     if (!runAnalysisPass(image_.channels(), analysis_, scatterGramBitmap_->bitmapData(), histogram_,
-                         analysisThreads_)) {
+                         analysisThreads_, {}, mask)) {
         port_.logMessage(kInitializationError);
     }
 }

@@ -91,6 +91,13 @@ class PixmeraVeltroController : public PixmeraController {
     // Two single-channel files (or a channel of each) as the current pair's Y and X channels
     // of one picture, which is then taken as an opened file is; the file facts are the Y file's.
     Status openChannelFiles(const ChannelSource& y, const ChannelSource& x);
+    // Only the pixels where the mask file is not 0 (in any channel) are analysed from now on:
+    // census, sums, scatter gram, region and reveal; percentages refer to them. Refused, naming
+    // the file, when it cannot be read or is not the picture's size. A new picture drops it.
+    Status setMaskFile(const std::string& path);
+    void clearMask();
+    // One byte a pixel, 0 outside; nothing without a mask.
+    const Bitmap* mask() const { return mask_ ? &*mask_ : nullptr; }
     // The same with the file already read (readImageFile may run on another thread; this must
     // not): for front ends that keep reading a large file off their event loop.
     Status openReadPicture(const std::string& path, Result<Picture> read);
@@ -239,6 +246,7 @@ class PixmeraVeltroController : public PixmeraController {
     ButtonStates buttons_;
     CoefficientCheckboxes checkboxes_;
     ReadOptions readOptions_;
+    std::optional<Bitmap> mask_;
     std::uint32_t loadedPages_ = 1;  // of the file the picture came from
     std::optional<std::uint32_t> loadedSixteenBitTop_;
     unsigned analysisThreads_ = 0;

@@ -290,6 +290,42 @@ TEST_F(CliTest, TwoChannelFilesAreAnalysedAsOnePicture) {
                              " is 5 x 4: the two channels must be the same size\n"));
 }
 
+// A mask's pixels give the report of a picture made of those pixels alone, laid in one row: every
+// measure is a sum over pixels. A mask that keeps nothing says so, and only that.
+TEST_F(CliTest, AMaskLimitsTheAnalysisToItsPixels) {
+    const int w = 6, h = 5;
+    std::vector<std::uint32_t> rgb, mask, kept;
+    for (int i = 0; i < w * h; ++i) {
+        const std::uint32_t r = std::uint32_t(i * 41 % 256),
+                            g = std::uint32_t(i % 4 ? i * 29 % 256 : 0);
+        rgb.insert(rgb.end(), {r, g, 0});
+        mask.insert(mask.end(), {std::uint32_t(i % 3 ? 200 : 0), 0, 0});
+        if (i % 3) {
+            kept.insert(kept.end(), {r, g, 0});
+        }
+    }
+    const std::string picture = tiff("picture.tif", w, h, rgb),
+                      maskFile = tiff("mask.tif", w, h, mask);
+    const std::string row = tiff("row.tif", int(kept.size() / 3), 1, kept);
+    const Args region = {"--roi", "rect:30,30,200,200"};
+    Args masked = region, alone = region;
+    masked.insert(masked.end(), {"--mask", maskFile, picture});
+    alone.push_back(row);
+    const CliRun m = run(masked), a = run(alone);
+    EXPECT_EQ(std::tuple(m.status, m.out, m.err), std::tuple(0, a.out, a.err));
+
+    const std::string none = tiff("none.tif", w, h, std::vector<std::uint32_t>(w * h * 3, 0));
+    const CliRun empty = run({"--mask", none, picture});
+    EXPECT_EQ(std::tuple(empty.status, empty.err),
+              std::tuple(0, picture + ": the mask holds no pixel: there is nothing to analyse\n"));
+    const std::string small =
+        tiff("small.tif", w - 1, h, std::vector<std::uint32_t>((w - 1) * h * 3, 9));
+    const CliRun refused = run({"--mask", small, picture});
+    EXPECT_EQ(std::tuple(refused.status, refused.err),
+              std::tuple(1, picture + ": mask " + small +
+                                ": the mask is 5 x 5 pixels but the picture is 6 x 5\n"));
+}
+
 // Results that cannot be written to standard output are a failure, not a success.
 TEST_F(CliTest, FullStandardOutputFails) {
     if (!fs::exists("/dev/full")) {
