@@ -31,7 +31,9 @@ inline std::vector<std::uint8_t> packRow(const std::vector<std::uint32_t>& v, in
     std::vector<std::uint8_t> row((v.size() * std::size_t(bits) + 7) / 8);
     for (std::size_t i = 0, bit = 0; i < v.size(); ++i, bit += std::size_t(bits)) {
         const auto word = std::uint16_t(v[i]);
-        if (bits == 16) {
+        if (bits == 32) {
+            std::memcpy(&row[bit / 8], &v[i], 4);
+        } else if (bits == 16) {
             std::memcpy(&row[bit / 8], &word, 2);
         } else {
             row[bit / 8] |= std::uint8_t(v[i] << (8 - bits - int(bit % 8)));

@@ -336,12 +336,12 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
                 return result;
             }
             o.depthBits = *bits;
-        } else if (a == "--mask") {
-            auto v = value("--mask");
+        } else if (a == "--mask" || a == "--labels") {
+            auto v = value(a.c_str());
             if (!v) {
                 return result;
             }
-            o.mask = *v;
+            (a == "--mask" ? o.mask : o.labels) = *v;
         } else if (a == "--y-file" || a == "--x-file") {
             auto v = value(a.c_str());
             if (!v) {
@@ -440,6 +440,10 @@ Options:
   --mask FILE          analyse only the pixels where FILE (a picture of the same size, for
                        example a segmentation of the cells) is not 0: census, sums, scatter
                        gram, region and reveal; percentages then refer to those pixels
+  --labels FILE        analyse each cell of the label image FILE (a TIFF of the image's size,
+                       a whole number a pixel: the cell's label, 0 for the background; at most
+                       65535) in one pass: a table of one row per cell, its label after the
+                       pair, with the census, the coefficients and, with --roi, M1 and M2
   --depth BITS         read every 16-bit file as raw data of BITS bits (for example 12):
                        samples are scaled by 255 / (2^BITS - 1) in every file alike, so a
                        --background level means the same raw level throughout a batch;

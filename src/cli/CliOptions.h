@@ -39,7 +39,8 @@ struct Options {
     // channel (0 red, 1 green, 2 blue) of each when it is a colour file.
     std::optional<std::string> yFile, xFile;
     std::optional<int> yChannel, xChannel;
-    std::optional<std::string> mask;  // only the pixels where it is not 0 are analysed
+    std::optional<std::string> mask;    // only the pixels where it is not 0 are analysed
+    std::optional<std::string> labels;  // each labelled cell analysed on its own
     bool help = false;
     bool version = false;
 };

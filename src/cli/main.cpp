@@ -38,8 +38,49 @@ struct ImageOutcome {
     std::vector<std::string> failures;  // "FILE: reason"
     std::vector<std::string> cautions;  // "FILE: the green channel is constant": no failure
     std::string report;                 // printed for a single image without --report
-    std::vector<std::string> row;       // one row of the batch table
+    std::vector<std::vector<std::string>> rows;  // of the batch table: one, or one a cell
 };
+
+// The image's row of the batch table, its error column empty.
+std::vector<std::string> tableRow(const std::string& image, const cli::Options& o,
+                                  const ResultFields& f, const std::string& scale) {
+    return {image,
+            cli::pairName(o.rgbCombo),
+            f.yAxisPixelCountText,
+            f.yAxisPixelPercentText,
+            f.xAxisPixelCountText,
+            f.xAxisPixelPercentText,
+            f.xyAxisPixelCountText,
+            f.xyAxisPixelPercentText,
+            f.pixelCountTotal,
+            f.pixelPercentTotal,
+            f.coefficient_Rr,
+            f.coefficient_R,
+            f.coefficient_k1,
+            f.coefficient_k2,
+            f.coefficient_m1,
+            f.coefficient_m2,
+            f.yAxisROIPixelCountText,
+            f.yAxisROIPixelPercentText,
+            f.xAxisROIPixelCountText,
+            f.xAxisROIPixelPercentText,
+            f.xyAxisROIPixelCountText,
+            f.xyAxisROIPixelPercentText,
+            f.pixelCountROITotal,
+            f.pixelROIPercentTotal,
+            f.coefficient_M1,
+            f.coefficient_M2,
+            scale,
+            std::string()};
+}
+
+// A row all the same for a file that failed, so that the table's rows line up with the files.
+std::vector<std::string> failedRow(const std::string& image, const cli::Options& o) {
+    std::vector<std::string> row(kTableColumns + (o.labels ? 1 : 0), "");
+    row[0] = image;
+    row[1] = cli::pairName(o.rgbCombo);
+    return row;
+}
 
 // "cells.tif: the file ends early": what went wrong, after the image as the user named it.
 std::string failureLine(const std::string& image, std::string_view what) {
@@ -73,10 +114,8 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
         out.failures.push_back(o.yFile && !ofMask && !e.file.empty() ? e.message()
                                                                      : failureLine(image, why));
         // A row all the same, so that the table's rows line up with the files given.
-        out.row.assign(kTableColumns, "");
-        out.row[0] = image;
-        out.row[1] = cli::pairName(o.rgbCombo);
-        out.row.back() = o.yFile && !ofMask && !e.file.empty() ? e.message() : why;
+        out.rows.push_back(failedRow(image, o));
+        out.rows.back().back() = o.yFile && !ofMask && !e.file.empty() ? e.message() : why;
         return out;
     }
     for (const std::string& line : port.log) {
@@ -97,45 +136,37 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     } else {
         out.report = buildReport(f);
     }
-    out.row = {image,
-               cli::pairName(o.rgbCombo),
-               f.yAxisPixelCountText,
-               f.yAxisPixelPercentText,
-               f.xAxisPixelCountText,
-               f.xAxisPixelPercentText,
-               f.xyAxisPixelCountText,
-               f.xyAxisPixelPercentText,
-               f.pixelCountTotal,
-               f.pixelPercentTotal,
-               f.coefficient_Rr,
-               f.coefficient_R,
-               f.coefficient_k1,
-               f.coefficient_k2,
-               f.coefficient_m1,
-               f.coefficient_m2,
-               f.yAxisROIPixelCountText,
-               f.yAxisROIPixelPercentText,
-               f.xAxisROIPixelCountText,
-               f.xAxisROIPixelPercentText,
-               f.xyAxisROIPixelCountText,
-               f.xyAxisROIPixelPercentText,
-               f.pixelCountROITotal,
-               f.pixelROIPercentTotal,
-               f.coefficient_M1,
-               f.coefficient_M2,
-               controller.sixteenBitTop() ? "255/" + std::to_string(*controller.sixteenBitTop())
-                                          : std::string(),
-               std::string()};
+    const std::string scale =
+        controller.sixteenBitTop() ? "255/" + std::to_string(*controller.sixteenBitTop()) : "";
+    if (o.labels) {
+        Result<std::vector<PixmeraVeltroController::CellFields>> cells =
+            controller.cellFields(*o.labels);
+        if (!cells) {
+            out.failures.push_back(failureLine(image, "labels " + cells.error().message()));
+        } else {
+            for (const auto& cell : cells.value()) {
+                out.rows.push_back(tableRow(image, o, cell.fields, scale));
+                out.rows.back().insert(out.rows.back().begin() + 2, std::to_string(cell.label));
+            }
+        }
+    } else {
+        out.rows.push_back(tableRow(image, o, f, scale));
+    }
     std::string errors;  // what the last column says of a file whose outputs failed
     for (const std::string& line : out.failures) {
         errors += (errors.empty() ? "" : "; ") + line.substr(image.size() + 2);
     }
-    out.row.back() = errors;
+    if (out.rows.empty()) {
+        out.rows.push_back(failedRow(image, o));
+    }
+    for (std::vector<std::string>& row : out.rows) {
+        row.back() = errors;
+    }
     out.ok = out.failures.empty();
     return out;
 }
 
-std::string headerRow(RGBCombo combo) {
+std::string headerRow(RGBCombo combo, bool cells) {
     const PairLabels pair = pairLabels(combo);
     auto name = [](std::string label) {
         if (!label.empty() && label.back() == ':') {
@@ -145,7 +176,7 @@ std::string headerRow(RGBCombo combo) {
     };
     const std::vector<std::string> labels = {name(pair.yClass), name(pair.xClass),
                                              name(pair.xyClass), "Total"};
-    std::string header = "File\tPair";
+    std::string header = cells ? "File\tPair\tLabel" : "File\tPair";
     for (const std::string& label : labels) {
         header += "\t" + label + " count\t" + label + " %";
     }
@@ -248,7 +279,8 @@ int main(int argc, char** argv) {
     const unsigned jobs = unsigned(std::min<std::size_t>(o.jobs ? o.jobs : cores, count));
     // With several files at once each analysis runs on one thread; alone it takes all cores.
     const unsigned passThreads = jobs > 1 ? 1 : 0;
-    const bool table = count > 1;
+    // Cells are always a table, a row each.
+    const bool table = count > 1 || o.labels;
 
     std::vector<ImageOutcome> outcomes(count);
     std::vector<bool> finished(count, false);
@@ -259,7 +291,7 @@ int main(int argc, char** argv) {
     bool allOk = true;
 
     if (table) {
-        std::cout << headerRow(o.rgbCombo) << std::flush;
+        std::cout << headerRow(o.rgbCombo, o.labels.has_value()) << std::flush;
     }
     auto worker = [&] {
         // The next file's picture takes the memory of the last one instead of faulting in its own.
@@ -282,8 +314,10 @@ int main(int argc, char** argv) {
             // Rows appear in input order, as soon as all earlier ones are done.
             while (nextToPrint < count && finished[nextToPrint]) {
                 const ImageOutcome& done = outcomes[nextToPrint];
-                if (table && !done.row.empty()) {
-                    std::cout << joinRow(done.row);
+                if (table) {
+                    for (const std::vector<std::string>& row : done.rows) {
+                        std::cout << joinRow(row);
+                    }
                 } else if (!table && !o.reportStem) {
                     std::cout << done.report;
                 }

@@ -4,6 +4,7 @@
 
 #include "analysis/AnalysisPass.h"
 #include "analysis/Coefficients.h"
+#include "analysis/LabelAnalysis.h"
 #include "analysis/ScatterGram.h"
 #include "core/Localization.h"
 #include "image/FileFacts.h"
@@ -177,6 +178,37 @@ Status PixmeraVeltroController::setMaskFile(const std::string& path) {
     mask_ = std::move(mask);
     reanalyse();
     return Status();
+}
+
+Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController::cellFields(
+    const std::string& labelPath) {
+    Result<LabelImage> labels = readLabelImage(labelPath);
+    if (!labels) {
+        return labels.error();
+    }
+    const Picture& picture = image_.currentDisplayedImage();
+    if (labels->wide != picture.pixelsWide() || labels->high != picture.pixelsHigh()) {
+        return Error{labelPath, tr("the label image is %1 x %2 pixels but the picture is %3 x %4",
+                                   {std::to_string(labels->wide), std::to_string(labels->high),
+                                    std::to_string(picture.pixelsWide()),
+                                    std::to_string(picture.pixelsHigh())})};
+    }
+    const RegionSelection region = currentRegionSelection();
+    const MaskView mask = mask_ ? MaskView{mask_->bitmapData(), mask_->bytesPerRow()} : MaskView{};
+    std::vector<CellFields> cells;
+    for (const LabelResult& cell :
+         analyseLabels(image_.channels(), *labels, analysis_.rgbCombo, analysis_.levels,
+                       shown_.roiColumn ? &region : nullptr, mask, analysisThreads_)) {
+        AnalysisState state = analysis_;
+        state.census = cell.census;
+        state.sums = cell.sums;
+        state.coefficients = imageCoefficients(cell.sums);
+        state.roiCensus = cell.roiCensus;
+        state.roiSums = cell.roiSums;
+        state.roiCoefficients = colocalization_M1M2(cell.roiSums);
+        cells.push_back({cell.label, resultFields(state, shown_)});
+    }
+    return cells;
 }
 
 void PixmeraVeltroController::clearMask() {

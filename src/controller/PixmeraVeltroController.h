@@ -98,6 +98,14 @@ class PixmeraVeltroController : public PixmeraController {
     void clearMask();
     // One byte a pixel, 0 outside; nothing without a mask.
     const Bitmap* mask() const { return mask_ ? &*mask_ : nullptr; }
+    // The result fields of each cell of a label image of the picture's size, as the fields of a
+    // picture of only that cell's pixels would read after the actions taken so far (the pair,
+    // the corrections, Calculate, the region); inside the mask, when there is one.
+    struct CellFields {
+        std::uint32_t label = 0;
+        ResultFields fields;
+    };
+    Result<std::vector<CellFields>> cellFields(const std::string& labelPath);
     // The same with the file already read (readImageFile may run on another thread; this must
     // not): for front ends that keep reading a large file off their event loop.
     Status openReadPicture(const std::string& path, Result<Picture> read);

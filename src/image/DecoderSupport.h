@@ -11,6 +11,7 @@
 #include "core/Result.h"
 #include "image/Bitmap.h"
 #include "image/ImageFile.h"
+#include "image/LabelImage.h"
 #include "image/Picture.h"
 
 namespace pv::decode {
@@ -70,6 +71,9 @@ Result<std::uint32_t> sixteenBitTop(std::uint32_t max, const ReadOptions& option
 
 Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
                            const ReadOptions& options);
+inline constexpr const char* kNotLabels =
+    "a label image has one channel of whole numbers (8, 16 or 32 bits), 0 for the background";
+Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileSize);
 Result<Picture> decodePng(const std::string& path, const ReadOptions& options);
 Result<Picture> decodeJpeg(const std::string& path, std::uint64_t fileSize);
 Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize);

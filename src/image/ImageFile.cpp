@@ -148,11 +148,16 @@ bool isPictFileName(std::string_view path) {
     return ext == ".pct" || ext == ".pict" || ext == ".PCT" || ext == ".PICT";
 }
 
-Result<Picture> readImageFile(const std::string& path, const ReadOptions& options) {
-    using namespace decode;
-    if (isPictFileName(path)) {
-        return Error{path, tr(kPictNotSupported)};
-    }
+namespace {
+
+// What the file's first bytes say it is, and its size; refused with the reason a user can act
+// on when it cannot be read at all.
+struct FileStart {
+    ImageKind kind = ImageKind::Unknown;
+    std::uint64_t size = 0;
+};
+
+Result<FileStart> startOf(const std::string& path) {
     std::error_code ec;
     const auto status = std::filesystem::status(path, ec);
     if (!std::filesystem::exists(status)) {
@@ -180,8 +185,43 @@ Result<Picture> readImageFile(const std::string& path, const ReadOptions& option
     if (size == 0) {
         return Error{path, tr("the file is empty")};
     }
+    return FileStart{detectImageKind(std::span<const std::uint8_t>(head, got)), size};
+}
+
+}  // namespace
+
+Result<LabelImage> readLabelImage(const std::string& path) {
+    auto start = startOf(path);
+    if (!start) {
+        return start.error();
+    }
+    if (start->kind != ImageKind::TIFF) {
+        return Error{path, tr("label images are read from TIFF files")};
+    }
+    Result<LabelImage> read = decode::decodeTiffLabels(path, start->size);
+    if (!read) {
+        return Error{path, read.error().reason};
+    }
+    const auto most = std::max_element(read->labels.begin(), read->labels.end());
+    if (most != read->labels.end() && *most > kMostLabels) {
+        return Error{path, tr("the label image holds label %1; at most %2 cells can be analysed",
+                              {std::to_string(*most), std::to_string(kMostLabels)})};
+    }
+    return read;
+}
+
+Result<Picture> readImageFile(const std::string& path, const ReadOptions& options) {
+    using namespace decode;
+    if (isPictFileName(path)) {
+        return Error{path, tr(kPictNotSupported)};
+    }
+    auto start = startOf(path);
+    if (!start) {
+        return start.error();
+    }
+    const std::uint64_t size = start->size;
     Result<Picture> picture = failure(kNotAPicture);
-    switch (detectImageKind(std::span<const std::uint8_t>(head, got))) {
+    switch (start->kind) {
         case ImageKind::TIFF:
             picture = decodeTiff(path, size, options);
             break;

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <limits>
 #include <memory>
+#include <new>
 #include <optional>
 #include <vector>
 
@@ -111,6 +112,11 @@ std::uint32_t sampleAt(const std::uint8_t* row, std::size_t index, int bits) {
         case 16: {
             std::uint16_t v;  // libtiff has already put it in host byte order
             std::memcpy(&v, row + 2 * index, 2);
+            return v;
+        }
+        case 32: {
+            std::uint32_t v;
+            std::memcpy(&v, row + 4 * index, 4);
             return v;
         }
         default: {
@@ -280,7 +286,8 @@ TiffHandle openTiff(const std::string& path, TiffNews& news) {
     return tif;
 }
 
-Result<TiffLayout> describe(TIFF* tif);
+// labels: the samples are whole numbers to be read as they are, grey of up to 32 bits.
+Result<TiffLayout> describe(TIFF* tif, bool labels = false);
 
 // Decodes every block into place, on several cores when the data is compressed (each worker
 // with its own handle on the file, reading a contiguous run of blocks). sink.direct(block)
@@ -498,7 +505,7 @@ double tiffDPI(TIFF* tif, ttag_t tag, std::uint16_t unit) {
     return usableDPI(unit == RESUNIT_CENTIMETER ? double(value) * 2.54 : double(value));
 }
 
-Result<TiffLayout> describe(TIFF* tif) {
+Result<TiffLayout> describe(TIFF* tif, bool labels) {
     TiffLayout t;
     std::uint16_t spp = 1, bps = 1, planar = PLANARCONFIG_CONTIG, format = SAMPLEFORMAT_UINT;
     std::uint16_t photometric = 0, compression = COMPRESSION_NONE;
@@ -550,10 +557,11 @@ Result<TiffLayout> describe(TIFF* tif) {
                 "grey, palette and RGB)");
     }
     t.colours = t.colour == Colour::RGB ? 3 : 1;
-    const bool bitsOk = t.colour == Colour::RGB ? (bps == 8 || bps == 16)
-                        : t.colour == Colour::Grey
-                            ? (bps == 1 || bps == 2 || bps == 4 || bps == 8 || bps == 16)
-                            : (bps == 1 || bps == 2 || bps == 4 || bps == 8);
+    const bool bitsOk =
+        t.colour == Colour::RGB ? (bps == 8 || bps == 16)
+        : t.colour == Colour::Grey
+            ? (bps == 1 || bps == 2 || bps == 4 || bps == 8 || bps == 16 || (labels && bps == 32))
+            : (bps == 1 || bps == 2 || bps == 4 || bps == 8);
     if (!bitsOk) {
         return failure("pictures with %1 bits per sample are not supported", {std::to_string(bps)});
     }
@@ -639,6 +647,83 @@ struct SixteenBitSink {
 
 }  // namespace
 
+// Whether the first picture can be held (at samplesPerPixel bytes a pixel) and its strips or
+// tiles are all there and plausible, checked before any memory is committed to it; its blocks.
+std::optional<Error> readable(TIFF* tif, const TiffLayout& t, std::uint64_t fileSize,
+                              int samplesPerPixel, bool planar, Blocks& blocks) {
+    if (auto error = unholdablePicture(t.wide, t.high, samplesPerPixel, planar)) {
+        return error;
+    }
+    if (!plausibleTile(tif, t)) {
+        return failure(kDamaged);
+    }
+    if (auto error = checkStriles(tif, t, fileSize)) {
+        return error;
+    }
+    if (const char* why = blocksOf(tif, t, blocks)) {
+        return failure(why);
+    }
+    return std::nullopt;
+}
+
+// Label samples go into the label image as they are.
+struct LabelSink {
+    const TiffLayout& t;
+    std::uint32_t* labels;
+    std::uint64_t rowBytes;
+
+    std::uint8_t* direct(const Block& b) const {
+        const bool same = t.bits == 32 && rowBytes == std::uint64_t(t.wide) * 4;
+        return same ? reinterpret_cast<std::uint8_t*>(labels + std::size_t(b.y0) * t.wide)
+                    : nullptr;
+    }
+    void rows(const RowRun& run, unsigned) const {
+        std::uint32_t* dst = labels + std::size_t(run.y) * t.wide + run.x0;
+        if (reinterpret_cast<const std::uint8_t*>(dst) != run.data) {
+            for (std::uint32_t i = 0; i < run.n; ++i) {
+                dst[i] = sampleAt(run.data, i, t.bits);
+            }
+        }
+    }
+};
+
+Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileSize) {
+    TiffNews news;
+    TiffHandle tif = openTiff(path, news);
+    if (!tif) {
+        return failure(news.noMemory ? kNoMemory : whyTiffDoesNotOpen(path, fileSize));
+    }
+    auto layout = describe(tif.get(), true);
+    if (!layout) {
+        return layout.error();
+    }
+    const TiffLayout& t = layout.value();
+    if (t.colour == Colour::RGB || t.samples != 1) {
+        return failure(kNotLabels);
+    }
+    Blocks blocks;
+    if (auto error = readable(tif.get(), t, fileSize, 4, false, blocks)) {
+        return *error;
+    }
+    LabelImage out;
+    out.wide = int(t.wide);
+    out.high = int(t.high);
+    try {
+        out.labels.resize(std::size_t(t.wide) * t.high);
+    } catch (const std::bad_alloc&) {
+        return failure(kNoMemory);
+    }
+    news.readingPixels = true;
+    LabelSink sink{t, out.labels.data(), blocks.rowBytes};
+    if (const char* why = decodeBlocks(tif.get(), path, t, blocks, 1, news, sink)) {
+        return failure(news.noMemory ? kNoMemory : why);
+    }
+    if (news.guessed) {
+        return failure(kDamaged);
+    }
+    return out;
+}
+
 Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
                            const ReadOptions& reading) {
     TiffNews news;  // outlives the handle, which may still report while closing
@@ -654,18 +739,9 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
     const bool planar = t.planar && t.samples > 1;
     t.planar = planar;
     const int outSamples = t.alpha ? 4 : 3;
-    if (auto error = unholdablePicture(t.wide, t.high, outSamples, planar)) {
-        return *error;
-    }
-    if (!plausibleTile(tif.get(), t)) {
-        return failure(kDamaged);
-    }
-    if (auto error = checkStriles(tif.get(), t, fileSize)) {
-        return *error;
-    }
     Blocks blocks;
-    if (const char* why = blocksOf(tif.get(), t, blocks)) {
-        return failure(why);
+    if (auto error = readable(tif.get(), t, fileSize, outSamples, planar, blocks)) {
+        return *error;
     }
     // Only the first page is read; how many there are is said beside the results. libtiff
     // walks the chain of directories without reading them and stops at a loop.

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <tuple>
@@ -324,6 +325,46 @@ TEST_F(CliTest, AMaskLimitsTheAnalysisToItsPixels) {
     EXPECT_EQ(std::tuple(refused.status, refused.err),
               std::tuple(1, picture + ": mask " + small +
                                 ": the mask is 5 x 5 pixels but the picture is 6 x 5\n"));
+}
+
+// Each labelled cell gets the row that a picture of its pixels alone, laid in one row, gets in a
+// batch table, its label after the pair.
+TEST_F(CliTest, LabelledCellsGetARowEach) {
+    const int w = 8, h = 6;
+    std::vector<std::uint32_t> rgb, labels;
+    std::map<std::uint32_t, std::vector<std::uint32_t>> cells;
+    for (int i = 0; i < w * h; ++i) {
+        const std::uint32_t r = std::uint32_t(i * 41 % 256),
+                            g = std::uint32_t(i % 4 ? i * 29 % 256 : 0);
+        rgb.insert(rgb.end(), {r, g, 0});
+        // Cells 3 and 40000 in two pieces each, touching; background in the last column.
+        const std::uint32_t label = i % w == w - 1 ? 0 : (i / w + i % w / 2) % 2 ? 3 : 40000;
+        labels.push_back(label);
+        if (label) {
+            cells[label].insert(cells[label].end(), {r, g, 0});
+        }
+    }
+    const std::string picture = tiff("picture.tif", w, h, rgb);
+    const std::string labelFile = (dir / "labels.tif").string();
+    pv::testing::writeTiff(
+        labelFile,
+        {.wide = w, .high = h, .samples = 1, .bits = 32, .photometric = PHOTOMETRIC_MINISBLACK},
+        labels);
+    const CliRun r = run({"--roi", "rect:30,30,200,200", "--labels", labelFile, picture});
+    ASSERT_EQ(std::tuple(r.status, r.err), std::tuple(0, ""));
+    const auto rows = split(r.out, '\n');
+    ASSERT_EQ(rows.size(), 3u);
+    EXPECT_EQ(rows[0].rfind("File\tPair\tLabel\t", 0), 0u);
+    std::size_t at = 1;
+    for (const auto& [label, pixels] : cells) {
+        const std::string alone = tiff("alone.tif", int(pixels.size() / 3), 1, pixels);
+        const CliRun own = run({"--roi", "rect:30,30,200,200", alone, alone});
+        const auto ownRow = split(split(own.out, '\n')[1], '\t');
+        auto expected = ownRow;
+        expected[0] = picture;
+        expected.insert(expected.begin() + 2, std::to_string(label));
+        EXPECT_EQ(split(rows[at++], '\t'), expected) << label;
+    }
 }
 
 // Results that cannot be written to standard output are a failure, not a success.

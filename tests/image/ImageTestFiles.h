@@ -2,6 +2,10 @@
 
 // Writes small picture files with the real libraries, so the decoders meet genuine files.
 
+// jpeglib.h needs size_t and FILE declared first.
+#include <cstddef>
+#include <cstdio>
+//
 #include <jpeglib.h>
 #include <png.h>
 
