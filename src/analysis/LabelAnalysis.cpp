@@ -19,6 +19,100 @@ struct Totals {
     RegionSums roiSums;
 };
 
+void add(Totals& to, const Totals& t) {
+    for (std::size_t k = 0; k < 7; ++k) {
+        to.classes[k] += t.classes[k];
+        to.roiClasses[k] += t.roiClasses[k];
+    }
+    to.pixels += t.pixels;
+    to.roiPixels += t.roiPixels;
+    PairSums& p = to.sums;
+    p.sumPixelsXYAxis += t.sums.sumPixelsXYAxis;
+    p.sumPixelsXAxis += t.sums.sumPixelsXAxis;
+    p.sumPixelsXSquaredAxis += t.sums.sumPixelsXSquaredAxis;
+    p.sumPixelsYAxis += t.sums.sumPixelsYAxis;
+    p.sumPixelsYSquaredAxis += t.sums.sumPixelsYSquaredAxis;
+    p.sumPixelCount += t.sums.sumPixelCount;
+    p.sumColocPixelsXAxis += t.sums.sumColocPixelsXAxis;
+    p.sumColocPixelsYAxis += t.sums.sumColocPixelsYAxis;
+    RegionSums& q = to.roiSums;
+    q.sumROIPixelsYAxis += t.roiSums.sumROIPixelsYAxis;
+    q.sumROIPixelsXAxis += t.roiSums.sumROIPixelsXAxis;
+    q.sumROIColocPixelsYAxis += t.roiSums.sumROIColocPixelsYAxis;
+    q.sumROIColocPixelsXAxis += t.roiSums.sumROIColocPixelsXAxis;
+}
+
+// Where a run of one row reads its pixels.
+struct RunSource {
+    const std::uint8_t* ys;
+    const std::uint8_t* xs;
+    const std::uint8_t* ts;
+    const std::uint8_t* inside;  // the mask's row, when there is one
+    std::ptrdiff_t step;
+    const std::uint32_t* thirdLut;
+    const std::uint8_t* classOfBin;
+    const std::uint8_t* selected;  // the region's bins, when there is one
+};
+
+// Sums the pixels begin..end of a row into run, without a branch per pixel. Within 255 pixels
+// every sum fits a part of a 64-bit word, so a handful of words in registers hold them all:
+// X, Y and the two colocalised sums in 16-bit lanes, the squares in 32-bit lanes, and the
+// classes (with the count of pixels that have signal) in bytes.
+template <bool kMask, bool kRegion>
+void sumRun(const RunSource& src, std::int64_t begin, std::int64_t end, Totals& run) {
+    const auto lane = [](std::uint64_t word, unsigned at, unsigned bits) {
+        return std::int64_t(word >> at & ((std::uint64_t(1) << bits) - 1));
+    };
+    for (std::int64_t chunk = begin; chunk < end; chunk += 255) {
+        std::uint64_t linear = 0, squares = 0, products = 0, classes = 0;
+        std::uint64_t roiLinear = 0, roiClasses = 0;
+        const std::int64_t stop = std::min(end, chunk + 255);
+        for (std::int64_t c = chunk; c < stop; ++c) {
+            const std::ptrdiff_t o = c * src.step;
+            const std::uint64_t keep =
+                kMask ? -std::uint64_t(src.inside[c] != 0) : ~std::uint64_t(0);
+            const std::uint64_t y = src.ys[o], x = src.xs[o];
+            const std::uint32_t bin =
+                src.thirdLut[src.ts[o]] | std::uint32_t(y) << 8 | std::uint32_t(x);
+            // Y where X > 0 and X where Y > 0, each in its lane.
+            const std::uint64_t coloc =
+                (y & -std::uint64_t(x != 0)) << 32 | (x & -std::uint64_t(y != 0)) << 48;
+            const std::uint64_t pixel = x | y << 16 | coloc;
+            const std::uint64_t classBit =
+                std::uint64_t(1) << (8u * src.classOfBin[bin]) | std::uint64_t((x | y) != 0) << 56;
+            linear += pixel & keep;
+            squares += (x * x | y * y << 32) & keep;
+            products += x * y & keep;
+            classes += classBit & keep;
+            if constexpr (kRegion) {
+                const std::uint64_t chosen = keep & -std::uint64_t(src.selected[bin] != 0);
+                roiLinear += pixel & chosen;
+                roiClasses += classBit & chosen;
+            }
+        }
+        PairSums& p = run.sums;
+        p.sumPixelsXAxis += lane(linear, 0, 16);
+        p.sumPixelsYAxis += lane(linear, 16, 16);
+        p.sumColocPixelsYAxis += lane(linear, 32, 16);
+        p.sumColocPixelsXAxis += lane(linear, 48, 16);
+        p.sumPixelsXSquaredAxis += lane(squares, 0, 32);
+        p.sumPixelsYSquaredAxis += lane(squares, 32, 32);
+        p.sumPixelsXYAxis += std::int64_t(products);
+        p.sumPixelCount += lane(classes, 56, 8);
+        RegionSums& q = run.roiSums;
+        q.sumROIPixelsXAxis += lane(roiLinear, 0, 16);
+        q.sumROIPixelsYAxis += lane(roiLinear, 16, 16);
+        q.sumROIColocPixelsYAxis += lane(roiLinear, 32, 16);
+        q.sumROIColocPixelsXAxis += lane(roiLinear, 48, 16);
+        for (unsigned k = 0; k < 7; ++k) {
+            run.classes[k] += lane(classes, 8 * k, 8);
+            run.pixels += lane(classes, 8 * k, 8);
+            run.roiClasses[k] += lane(roiClasses, 8 * k, 8);
+            run.roiPixels += lane(roiClasses, 8 * k, 8);
+        }
+    }
+}
+
 PixelCensus censusOf(const std::array<std::int64_t, 7>& classes, std::int64_t pixels) {
     PixelCensus c;
     for (int k = 1; k < 7; ++k) {
@@ -56,31 +150,40 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
     const std::array<std::uint32_t, 256> thirdLut = thirdStateBinOffsets(combo, levels);
     const unsigned workers = workersFor(view.height, view.width, threads);
     std::vector<std::vector<Totals>> perWorker(workers, std::vector<Totals>(std::size_t(most) + 1));
+    const std::uint8_t* selected = region ? region->bins.data() : nullptr;
     forEachRowBlock(view.height, workers, [&](unsigned w, std::int64_t begin, std::int64_t end) {
         std::vector<Totals>& totals = perWorker[w];
+        const std::ptrdiff_t step = view.pixelStride;
         for (std::int64_t r = begin; r < end; ++r) {
             const std::uint32_t* cell = labels.labels.data() + r * labels.wide;
             const std::uint8_t* inside = mask.isWhole() ? nullptr : mask.data + r * mask.rowStride;
-            for (std::int64_t c = 0; c < view.width; ++c) {
+            const std::uint8_t* ys = view.sample(pair.y, r, 0);
+            const std::uint8_t* xs = view.sample(pair.x, r, 0);
+            const std::uint8_t* ts = view.sample(pair.third, r, 0);
+            // Cells lie in runs along a row: each run is summed in locals, without a branch per
+            // pixel, and added to its cell's totals once.
+            for (std::int64_t c = 0; c < view.width;) {
                 const std::uint32_t label = cell[c];
-                if (label == 0 || label > most || (inside && inside[c] == 0)) {
+                std::int64_t e = c + 1;
+                while (e < view.width && cell[e] == label) {
+                    ++e;
+                }
+                if (label == 0 || label > most) {
+                    c = e;
                     continue;
                 }
-                const int y = *view.sample(pair.y, r, c), x = *view.sample(pair.x, r, c);
-                const std::uint32_t bin = thirdLut[*view.sample(pair.third, r, c)] |
-                                          std::uint32_t(y) << 8 | std::uint32_t(x);
-                Totals& t = totals[label];
-                t.classes[classOfBin[bin]] += 1;
-                t.pixels += 1;
-                addToPairSums(t.sums, y, x, 1);
-                if (region && region->bins[bin] != 0) {
-                    t.roiClasses[classOfBin[bin]] += 1;
-                    t.roiPixels += 1;
-                    t.roiSums.sumROIPixelsYAxis += y;
-                    t.roiSums.sumROIPixelsXAxis += x;
-                    t.roiSums.sumROIColocPixelsYAxis += x > 0 ? y : 0;
-                    t.roiSums.sumROIColocPixelsXAxis += y > 0 ? x : 0;
+                Totals run;
+                const RunSource source{
+                    ys, xs, ts, inside, step, thirdLut.data(), classOfBin.data(), selected};
+                if (inside) {
+                    selected ? sumRun<true, true>(source, c, e, run)
+                             : sumRun<true, false>(source, c, e, run);
+                } else {
+                    selected ? sumRun<false, true>(source, c, e, run)
+                             : sumRun<false, false>(source, c, e, run);
                 }
+                c = e;
+                add(totals[label], run);
             }
         }
     });
@@ -88,26 +191,7 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
     for (std::uint32_t label = 1; label <= most; ++label) {
         Totals all;
         for (const std::vector<Totals>& totals : perWorker) {
-            const Totals& t = totals[label];
-            for (std::size_t k = 0; k < 7; ++k) {
-                all.classes[k] += t.classes[k];
-                all.roiClasses[k] += t.roiClasses[k];
-            }
-            all.pixels += t.pixels;
-            all.roiPixels += t.roiPixels;
-            const PairSums& s = t.sums;
-            all.sums.sumPixelsXYAxis += s.sumPixelsXYAxis;
-            all.sums.sumPixelsXAxis += s.sumPixelsXAxis;
-            all.sums.sumPixelsXSquaredAxis += s.sumPixelsXSquaredAxis;
-            all.sums.sumPixelsYAxis += s.sumPixelsYAxis;
-            all.sums.sumPixelsYSquaredAxis += s.sumPixelsYSquaredAxis;
-            all.sums.sumPixelCount += s.sumPixelCount;
-            all.sums.sumColocPixelsXAxis += s.sumColocPixelsXAxis;
-            all.sums.sumColocPixelsYAxis += s.sumColocPixelsYAxis;
-            all.roiSums.sumROIPixelsYAxis += t.roiSums.sumROIPixelsYAxis;
-            all.roiSums.sumROIPixelsXAxis += t.roiSums.sumROIPixelsXAxis;
-            all.roiSums.sumROIColocPixelsYAxis += t.roiSums.sumROIColocPixelsYAxis;
-            all.roiSums.sumROIColocPixelsXAxis += t.roiSums.sumROIColocPixelsXAxis;
+            add(all, totals[label]);
         }
         if (all.pixels == 0) {
             continue;
