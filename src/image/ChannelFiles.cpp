@@ -28,8 +28,13 @@ std::optional<Error> checkChannel(const ChannelSource& source, const Picture& pi
 
 Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, ChannelPlaces into,
                                 const ReadOptions& options) {
-    std::array<Result<Picture>, 2> read = {readImageFile(y.path, options),
-                                           readImageFile(x.path, options)};
+    const auto onPage = [&](const ChannelSource& source) {
+        ReadOptions o = options;
+        o.page = source.page;
+        return o;
+    };
+    std::array<Result<Picture>, 2> read = {readImageFile(y.path, onPage(y)),
+                                           readImageFile(x.path, onPage(x))};
     const std::array<const ChannelSource*, 2> sources = {&y, &x};
     for (std::size_t i = 0; i < 2; ++i) {
         if (!read[i]) {
@@ -43,9 +48,9 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
     // the one whose brightest was lower.
     if (read[0]->sixteenBitTop && read[1]->sixteenBitTop && !options.sixteenBitTop &&
         options.depthBits <= 0 && *read[0]->sixteenBitTop != *read[1]->sixteenBitTop) {
-        ReadOptions common = options;
-        common.sixteenBitTop = std::max(*read[0]->sixteenBitTop, *read[1]->sixteenBitTop);
         const std::size_t dimmer = *read[0]->sixteenBitTop < *read[1]->sixteenBitTop ? 0 : 1;
+        ReadOptions common = onPage(*sources[dimmer]);
+        common.sixteenBitTop = std::max(*read[0]->sixteenBitTop, *read[1]->sixteenBitTop);
         read[dimmer] = readImageFile(sources[dimmer]->path, common);
         if (!read[dimmer]) {
             return read[dimmer].error();

@@ -14,6 +14,7 @@ namespace pv {
 struct ChannelSource {
     std::string path;
     std::optional<int> channel = std::nullopt;
+    std::uint32_t page = 0;  // of a multi-page TIFF file (a channel of a stack), from 0
 };
 
 // Where the two channels go in the working picture (0 red, 1 green, 2 blue); the third channel

@@ -240,6 +240,10 @@ Result<Picture> readImageFile(const std::string& path, const ReadOptions& option
     if (!picture) {
         return Error{path, picture.error().reason};
     }
+    if (options.page > 0 && start->kind != ImageKind::TIFF) {
+        return Error{path,
+                     tr("the file has 1 page, and no page %1", {std::to_string(options.page + 1)})};
+    }
     return picture;
 }
 

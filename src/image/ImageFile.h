@@ -28,6 +28,8 @@ struct ReadOptions {
     // The 16-bit sample value that becomes 255, when several files must be scaled alike; the
     // file's samples must not exceed it. Takes precedence over depthBits.
     std::optional<std::uint32_t> sixteenBitTop = std::nullopt;
+    // The page of a multi-page TIFF file to read, from 0; other files have only page 0.
+    std::uint32_t page = 0;
 };
 
 // Decodes the first picture of an image file, chosen by content. The bitmap keeps the file's

@@ -103,6 +103,7 @@ struct TiffLayout {
     std::array<std::array<std::uint8_t, 256>, 3> lut{};  // grey/palette levels of <= 8 bits
     Scale16 scale;
     std::vector<std::uint8_t> lut16;  // 16-bit colour samples, through scale
+    std::uint32_t page = 0;           // the file's page being read, from 0
 };
 
 std::uint32_t sampleAt(const std::uint8_t* row, std::size_t index, int bits) {
@@ -339,7 +340,9 @@ const char* decodeBlocks(TIFF* first, const std::string& path, const TiffLayout&
                 if (!handles[w]) {
                     workerNews[w].readingPixels = true;
                     handles[w] = openTiff(path, workerNews[w]);
-                    if (!handles[w] || !describe(handles[w].get())) {
+                    if (!handles[w] ||
+                        (t.page > 0 && !TIFFSetDirectory(handles[w].get(), tdir_t(t.page))) ||
+                        !describe(handles[w].get())) {
                         handles[w].reset();
                         return fail(kDamaged);
                     }
@@ -731,11 +734,19 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
     if (!tif) {
         return failure(news.noMemory ? kNoMemory : whyTiffDoesNotOpen(path, fileSize));
     }
+    // libtiff walks the chain of directories without reading them and stops at a loop.
+    const std::uint32_t pages = std::max<std::uint32_t>(1, TIFFNumberOfDirectories(tif.get()));
+    if (reading.page >= pages ||
+        (reading.page > 0 && !TIFFSetDirectory(tif.get(), tdir_t(reading.page)))) {
+        return failure("the file has %1 pages, and no page %2",
+                       {std::to_string(pages), std::to_string(reading.page + 1)});
+    }
     auto layout = describe(tif.get());
     if (!layout) {
         return layout.error();
     }
     TiffLayout& t = layout.value();
+    t.page = reading.page;
     const bool planar = t.planar && t.samples > 1;
     t.planar = planar;
     const int outSamples = t.alpha ? 4 : 3;
@@ -743,9 +754,6 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
     if (auto error = readable(tif.get(), t, fileSize, outSamples, planar, blocks)) {
         return *error;
     }
-    // Only the first page is read; how many there are is said beside the results. libtiff
-    // walks the chain of directories without reading them and stops at a loop.
-    const std::uint32_t pages = std::max<std::uint32_t>(1, TIFFNumberOfDirectories(tif.get()));
     news.readingPixels = true;
     const auto readFailure = [&](const char* why) {
         return failure(news.noMemory ? kNoMemory : why);
