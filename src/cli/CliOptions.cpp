@@ -353,13 +353,22 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
             if (!v) {
                 return result;
             }
-            const auto n = wholeNumber(*v, 1, 3);
-            if (!n) {
-                result.error =
-                    a + " needs a channel number: 1 red, 2 green, 3 blue, not '" + *v + "'";
+            if (v->empty()) {
+                result.error = a + " needs a channel number or name";
                 return result;
             }
-            (a == "--y-channel" ? o.yChannel : o.xChannel) = *n - 1;
+            (a == "--y-channel" ? o.yChannel : o.xChannel) = *v;
+        } else if (a == "--slice" || a == "--frame") {
+            auto v = value(a.c_str());
+            if (!v) {
+                return result;
+            }
+            const auto n = wholeNumber(*v, 1, 1 << 24);
+            if (!n) {
+                result.error = a + " needs a number from 1, not '" + *v + "'";
+                return result;
+            }
+            (a == "--slice" ? o.slice : o.frame) = *n;
         } else {
             result.error = "unknown option '" + a + "'";
             return result;
@@ -383,8 +392,15 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
         result.error = "--y-file and --x-file go together: give both";
     } else if (channelFiles && !o.images.empty()) {
         result.error = "--y-file and --x-file take the place of an image; give no image besides";
-    } else if ((o.yChannel && !o.yFile) || (o.xChannel && !o.xFile)) {
-        result.error = "--y-channel and --x-channel name a channel of --y-file and --x-file";
+    } else if (channelFiles && ((o.yChannel && !wholeNumber(*o.yChannel, 1, 3)) ||
+                                (o.xChannel && !wholeNumber(*o.xChannel, 1, 3)))) {
+        result.error = "--y-channel and --x-channel of a colour file are 1 red, 2 green, 3 blue";
+    } else if (!channelFiles && (o.yChannel.has_value() != o.xChannel.has_value())) {
+        result.error = "--y-channel and --x-channel go together: give both";
+    } else if (!channelFiles && (o.slice || o.frame) && !o.yChannel) {
+        result.error = "--slice and --frame need --y-channel and --x-channel";
+    } else if (channelFiles && (o.slice || o.frame)) {
+        result.error = "--slice and --frame choose a page of an image, not of --y-file or --x-file";
     } else if (o.images.empty() && !channelFiles) {
         result.error = "no image given";
     } else if (formatOption && !o.reportStem) {
@@ -434,9 +450,13 @@ Options:
                        analyse two single-channel files, as microscopes save each channel,
                        as the pair's Y and X channels of one picture (the third channel 0);
                        16-bit files are scaled by one factor, that of the brighter file
-  --y-channel N, --x-channel N
-                       take channel N (1 red, 2 green, 3 blue) of a colour --y-file or
-                       --x-file
+  --y-channel C, --x-channel C
+                       the two channels of each image to analyse as the pair: of a stack
+                       (an ImageJ hyperstack, an OME-TIFF, or pages of single channels) by
+                       number from 1 or by the name the file gives it; of a colour picture
+                       or of a colour --y-file or --x-file, 1 red, 2 green, 3 blue
+  --slice N, --frame N of a stack, the slice and the time frame to analyse, from 1
+                       (default 1)
   --mask FILE          analyse only the pixels where FILE (a picture of the same size, for
                        example a segmentation of the cells) is not 0: census, sums, scatter
                        gram, region and reveal; percentages then refer to those pixels

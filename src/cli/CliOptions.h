@@ -35,10 +35,12 @@ struct Options {
     std::vector<BackgroundStep> background;
     unsigned jobs = 0;  // 0: one per core
     int depthBits = 0;  // 16-bit files scaled alike from this depth; 0: each by its brightest
-    // Two single-channel files as the Y and X channels of one picture, instead of images; a
-    // channel (0 red, 1 green, 2 blue) of each when it is a colour file.
+    // Two single-channel files as the Y and X channels of one picture, instead of images, or
+    // two channels of each image: a colour channel (1 red, 2 green, 3 blue) of a colour
+    // picture, or a stack's channel by number (from 1) or by name, at a slice and frame.
     std::optional<std::string> yFile, xFile;
-    std::optional<int> yChannel, xChannel;
+    std::optional<std::string> yChannel, xChannel;
+    std::optional<int> slice, frame;    // from 1
     std::optional<std::string> mask;    // only the pixels where it is not 0 are analysed
     std::optional<std::string> labels;  // each labelled cell analysed on its own
     bool help = false;

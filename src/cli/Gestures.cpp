@@ -1,5 +1,10 @@
 #include "cli/Gestures.h"
 
+#include <charconv>
+
+#include "core/Localization.h"
+#include "image/StackLayout.h"
+
 namespace pv::cli {
 
 void drawRegion(PixmeraVeltroController& controller, const RegionOption& region) {
@@ -76,6 +81,94 @@ void followRoad(PixmeraVeltroController& controller, BatchPort& port, const Opti
             controller.reflectWhitePixels();
         }
     }
+}
+
+namespace {
+
+// A stack's channel from its number (from 1) or the name the file gives it.
+Result<int> stackChannel(const StackLayout& layout, const std::string& text,
+                         const std::string& image) {
+    int n = 0;
+    auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), n);
+    if (ec == std::errc() && end == text.data() + text.size()) {
+        if (n < 1 || n > layout.channels) {
+            return Error{image, tr("there is no channel %1: the stack has %2",
+                                   {text, std::to_string(layout.channels)})};
+        }
+        return n - 1;
+    }
+    const int named = layout.channelNamed(text);
+    if (named < 0) {
+        return Error{image, tr("no channel of the stack is named \"%1\"", {text})};
+    }
+    return named;
+}
+
+Result<std::pair<ChannelSource, ChannelSource>> channelSources(const Options& o,
+                                                               const std::string& image) {
+    Result<StackLayout> layout = readStackLayout(image);
+    if (!layout) {
+        return layout.error();
+    }
+    const bool stack = layout->channels > 1 || layout->slices > 1 || layout->frames > 1;
+    if (!stack) {
+        // One picture: its colour channels.
+        if (o.slice.value_or(1) != 1 || o.frame.value_or(1) != 1) {
+            return Error{image, tr("the file holds one picture, not a stack")};
+        }
+        int y = 0, x = 0;
+        for (const auto& [text, into] : {std::pair(&*o.yChannel, &y), {&*o.xChannel, &x}}) {
+            auto [end, ec] = std::from_chars(text->data(), text->data() + text->size(), *into);
+            if (ec != std::errc() || end != text->data() + text->size() || *into < 1 || *into > 3) {
+                return Error{image, tr("a picture has channels 1 to 3 (red, green, blue)")};
+            }
+        }
+        return std::pair(ChannelSource{image, y - 1}, ChannelSource{image, x - 1});
+    }
+    Result<int> y = stackChannel(*layout, *o.yChannel, image);
+    Result<int> x = stackChannel(*layout, *o.xChannel, image);
+    if (!y || !x) {
+        return (!y ? y : x).error();
+    }
+    const int slice = o.slice.value_or(1), frame = o.frame.value_or(1);
+    if (slice > layout->slices) {
+        return Error{image, tr("there is no slice %1: the stack has %2",
+                               {std::to_string(slice), std::to_string(layout->slices)})};
+    }
+    if (frame > layout->frames) {
+        return Error{image, tr("there is no frame %1: the stack has %2",
+                               {std::to_string(frame), std::to_string(layout->frames)})};
+    }
+    return std::pair(ChannelSource{image, {}, layout->pageOf(*y, slice - 1, frame - 1)},
+                     ChannelSource{image, {}, layout->pageOf(*x, slice - 1, frame - 1)});
+}
+
+// A colour channel given as text, 1 to 3, from 0.
+std::optional<int> colourChannel(const std::optional<std::string>& text) {
+    if (!text) {
+        return std::nullopt;
+    }
+    return std::stoi(*text) - 1;  // checked when the options were read
+}
+
+}  // namespace
+
+Status openImage(PixmeraVeltroController& controller, const Options& o, const std::string& image) {
+    Status opened;
+    if (o.yFile) {
+        opened = controller.openChannelFiles({*o.yFile, colourChannel(o.yChannel)},
+                                             {*o.xFile, colourChannel(o.xChannel)});
+    } else if (o.yChannel) {
+        auto sources = channelSources(o, image);
+        opened = sources ? controller.openChannelFiles(sources->first, sources->second)
+                         : Status(sources.error());
+    } else {
+        opened = controller.openImageFile(image);
+    }
+    if (opened && o.mask) {
+        opened = controller.setMaskFile(*o.mask);
+    }
+    return opened;
 }
 
 }  // namespace pv::cli

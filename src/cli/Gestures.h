@@ -33,4 +33,9 @@ void startController(PixmeraVeltroController& controller, const Options& o, unsi
 // without a correction when asked), then the region, its Calculate and Reveal.
 void followRoad(PixmeraVeltroController& controller, BatchPort& port, const Options& o);
 
+// Opens what the options ask of one image: the image itself, the two channel files, or two
+// channels of the image (pages of a stack at the slice and frame, or colours of a picture);
+// then the mask, when one is given.
+Status openImage(PixmeraVeltroController& controller, const Options& o, const std::string& image);
+
 }  // namespace pv::cli

@@ -100,12 +100,7 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     PixmeraVeltroController controller(port);
     cli::startController(controller, o, threads);
 
-    Status opened =
-        o.yFile ? controller.openChannelFiles({*o.yFile, o.yChannel}, {*o.xFile, o.xChannel})
-                : controller.openImageFile(image);
-    if (opened && o.mask) {
-        opened = controller.setMaskFile(*o.mask);
-    }
+    const Status opened = cli::openImage(controller, o, image);
     if (!opened) {
         // Of two channel files the one at fault names itself; a mask is named after the image.
         const Error& e = opened.error();

@@ -125,6 +125,8 @@ TEST_F(CliTest, UsageErrorsExitWithTwoAndAHintAndWriteNothing) {
         {"--report", out, "--y-file", image, "--x-file", image, image},
         {"--report", out, "--y-channel", "1", image},
         {"--report", out, "--y-file", image, "--x-file", image, "--x-channel", "4"},
+        {"--report", out, "--slice", "2", image},
+        {"--report", out, "--y-channel", "1", "--x-channel", "2", "--slice", "0", image},
         // A folder is no report name.
         {"--report", dir.string() + "/", image},
         {"--report", dir.string(), image}};
@@ -365,6 +367,48 @@ TEST_F(CliTest, LabelledCellsGetARowEach) {
         expected.insert(expected.begin() + 2, std::to_string(label));
         EXPECT_EQ(split(rows[at++], '\t'), expected) << label;
     }
+}
+
+// Two channels of one slice of a hyperstack give the report of the RGB picture that holds those
+// two pages as red and green; channels go by number or by the name the file gives them.
+TEST_F(CliTest, ChannelsOfAStackSliceAreAnalysedAsThePair) {
+    const int w = 5, h = 3, channels = 2, slices = 4;
+    const auto sample = [](int c, int z, int i) {
+        return std::uint32_t((c * 89 + z * 37 + i * 11) % 256);
+    };
+    const std::string stack = (dir / "stack.tif").string();
+    TIFF* t = TIFFOpen(stack.c_str(), "w");
+    ASSERT_NE(t, nullptr);
+    for (int page = 0; page < channels * slices; ++page) {
+        std::vector<std::uint32_t> samples;
+        for (int i = 0; i < w * h; ++i) {
+            samples.push_back(sample(page % channels, page / channels, i));
+        }
+        if (page > 0) {
+            ASSERT_EQ(TIFFWriteDirectory(t), 1);
+        }
+        pv::testing::writeTiffPage(
+            t, {.wide = w, .high = h, .samples = 1, .photometric = PHOTOMETRIC_MINISBLACK},
+            samples);
+        if (page == 0) {
+            TIFFSetField(t, TIFFTAG_IMAGEDESCRIPTION,
+                         "ImageJ=1.54f\nimages=8\nchannels=2\nslices=4\nhyperstack=true\n");
+        }
+    }
+    TIFFClose(t);
+    std::vector<std::uint32_t> rgb;
+    for (int i = 0; i < w * h; ++i) {
+        rgb.insert(rgb.end(), {sample(1, 2, i), sample(0, 2, i), 0});
+    }
+    const CliRun expected = run({tiff("slice3.tif", w, h, rgb)});
+    const CliRun got = run({"--y-channel", "2", "--x-channel", "1", "--slice", "3", stack});
+    EXPECT_EQ(std::tuple(got.status, got.err, got.out), std::tuple(0, "", expected.out));
+    const CliRun past = run({"--y-channel", "1", "--x-channel", "2", "--slice", "5", stack});
+    EXPECT_EQ(std::tuple(past.status, past.err),
+              std::tuple(1, stack + ": there is no slice 5: the stack has 4\n"));
+    const CliRun unnamed = run({"--y-channel", "GFP", "--x-channel", "1", stack});
+    EXPECT_EQ(std::tuple(unnamed.status, unnamed.err),
+              std::tuple(1, stack + ": no channel of the stack is named \"GFP\"\n"));
 }
 
 // Results that cannot be written to standard output are a failure, not a success.
