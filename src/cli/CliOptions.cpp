@@ -358,6 +358,16 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
                 return result;
             }
             (a == "--y-channel" ? o.yChannel : o.xChannel) = *v;
+        } else if (a == "--slices") {
+            auto v = value("--slices");
+            if (!v) {
+                return result;
+            }
+            if (*v != "all") {
+                result.error = "--slices takes 'all', not '" + *v + "'";
+                return result;
+            }
+            o.allSlices = true;
         } else if (a == "--slice" || a == "--frame") {
             auto v = value(a.c_str());
             if (!v) {
@@ -397,8 +407,12 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
         result.error = "--y-channel and --x-channel of a colour file are 1 red, 2 green, 3 blue";
     } else if (!channelFiles && (o.yChannel.has_value() != o.xChannel.has_value())) {
         result.error = "--y-channel and --x-channel go together: give both";
-    } else if (!channelFiles && (o.slice || o.frame) && !o.yChannel) {
-        result.error = "--slice and --frame need --y-channel and --x-channel";
+    } else if (!channelFiles && (o.slice || o.frame || o.allSlices) && !o.yChannel) {
+        result.error = "--slice, --slices and --frame need --y-channel and --x-channel";
+    } else if (o.allSlices && (o.slice || o.reportStem)) {
+        result.error =
+            "--slices all gives a table of every slice; it goes with neither --slice "
+            "nor --report";
     } else if (channelFiles && (o.slice || o.frame)) {
         result.error = "--slice and --frame choose a page of an image, not of --y-file or --x-file";
     } else if (o.images.empty() && !channelFiles) {
@@ -457,6 +471,8 @@ Options:
                        or of a colour --y-file or --x-file, 1 red, 2 green, 3 blue
   --slice N, --frame N of a stack, the slice and the time frame to analyse, from 1
                        (default 1)
+  --slices all         every slice of each stack, a row each in the table (its number after
+                       the pair)
   --mask FILE          analyse only the pixels where FILE (a picture of the same size, for
                        example a segmentation of the cells) is not 0: census, sums, scatter
                        gram, region and reveal; percentages then refer to those pixels

@@ -19,6 +19,7 @@
 #include "controller/ControllerPort.h"
 #include "controller/PixmeraVeltroController.h"
 #include "core/PixelMemory.h"
+#include "image/StackLayout.h"
 #include "output/Export.h"
 
 #ifndef PV_VERSION
@@ -77,6 +78,9 @@ std::vector<std::string> tableRow(const std::string& image, const cli::Options& 
 // A row all the same for a file that failed, so that the table's rows line up with the files.
 std::vector<std::string> failedRow(const std::string& image, const cli::Options& o) {
     std::vector<std::string> row(kTableColumns + (o.labels ? 1 : 0), "");
+    if (o.allSlices) {
+        row.insert(row.begin() + 2, "");
+    }
     row[0] = image;
     row[1] = cli::pairName(o.rgbCombo);
     return row;
@@ -94,7 +98,7 @@ std::string reportStemFor(const cli::Options& o, const std::string& image) {
     return *o.reportStem + "-" + std::filesystem::path(image).stem().string();
 }
 
-ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsigned threads) {
+ImageOutcome analyseOne(const cli::Options& o, const std::string& image, unsigned threads) {
     ImageOutcome out;
     cli::BatchPort port;
     PixmeraVeltroController controller(port);
@@ -161,7 +165,43 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     return out;
 }
 
-std::string headerRow(RGBCombo combo, bool cells) {
+// One image, or with --slices all each slice of it in turn, a row each with its number after
+// the pair; what is said of a slice names it.
+ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsigned threads) {
+    if (!o.allSlices) {
+        return analyseOne(o, image, threads);
+    }
+    ImageOutcome out;
+    Result<StackLayout> layout = readStackLayout(image);
+    if (!layout) {
+        out.failures.push_back(failureLine(image, layout.error().reason));
+        out.rows.push_back(failedRow(image, o));
+        out.rows.back().back() = layout.error().reason;
+        return out;
+    }
+    out.ok = true;
+    for (int slice = 1; slice <= layout->slices; ++slice) {
+        cli::Options one = o;
+        one.slice = slice;
+        ImageOutcome part = analyseOne(one, image, threads);
+        const std::string named = image + " (slice " + std::to_string(slice) + ")";
+        for (auto* lines : {&part.failures, &part.cautions}) {
+            for (std::string& line : *lines) {
+                line = named + line.substr(std::min(line.size(), image.size()));
+            }
+        }
+        out.failures.insert(out.failures.end(), part.failures.begin(), part.failures.end());
+        out.cautions.insert(out.cautions.end(), part.cautions.begin(), part.cautions.end());
+        for (std::vector<std::string>& row : part.rows) {
+            row.insert(row.begin() + 2, std::to_string(slice));
+            out.rows.push_back(std::move(row));
+        }
+        out.ok = out.ok && part.ok;
+    }
+    return out;
+}
+
+std::string headerRow(RGBCombo combo, bool cells, bool slices) {
     const PairLabels pair = pairLabels(combo);
     auto name = [](std::string label) {
         if (!label.empty() && label.back() == ':') {
@@ -171,7 +211,8 @@ std::string headerRow(RGBCombo combo, bool cells) {
     };
     const std::vector<std::string> labels = {name(pair.yClass), name(pair.xClass),
                                              name(pair.xyClass), "Total"};
-    std::string header = cells ? "File\tPair\tLabel" : "File\tPair";
+    std::string header =
+        std::string("File\tPair") + (slices ? "\tSlice" : "") + (cells ? "\tLabel" : "");
     for (const std::string& label : labels) {
         header += "\t" + label + " count\t" + label + " %";
     }
@@ -274,8 +315,8 @@ int main(int argc, char** argv) {
     const unsigned jobs = unsigned(std::min<std::size_t>(o.jobs ? o.jobs : cores, count));
     // With several files at once each analysis runs on one thread; alone it takes all cores.
     const unsigned passThreads = jobs > 1 ? 1 : 0;
-    // Cells are always a table, a row each.
-    const bool table = count > 1 || o.labels;
+    // Cells and slices are always a table, a row each.
+    const bool table = count > 1 || o.labels || o.allSlices;
 
     std::vector<ImageOutcome> outcomes(count);
     std::vector<bool> finished(count, false);
@@ -286,7 +327,7 @@ int main(int argc, char** argv) {
     bool allOk = true;
 
     if (table) {
-        std::cout << headerRow(o.rgbCombo, o.labels.has_value()) << std::flush;
+        std::cout << headerRow(o.rgbCombo, o.labels.has_value(), o.allSlices) << std::flush;
     }
     auto worker = [&] {
         // The next file's picture takes the memory of the last one instead of faulting in its own.

@@ -126,6 +126,8 @@ TEST_F(CliTest, UsageErrorsExitWithTwoAndAHintAndWriteNothing) {
         {"--report", out, "--y-channel", "1", image},
         {"--report", out, "--y-file", image, "--x-file", image, "--x-channel", "4"},
         {"--report", out, "--slice", "2", image},
+        {"--y-channel", "1", "--x-channel", "2", "--slices", "some", image},
+        {"--report", out, "--y-channel", "1", "--x-channel", "2", "--slices", "all", image},
         {"--report", out, "--y-channel", "1", "--x-channel", "2", "--slice", "0", image},
         // A folder is no report name.
         {"--report", dir.string() + "/", image},
@@ -396,13 +398,30 @@ TEST_F(CliTest, ChannelsOfAStackSliceAreAnalysedAsThePair) {
         }
     }
     TIFFClose(t);
-    std::vector<std::uint32_t> rgb;
-    for (int i = 0; i < w * h; ++i) {
-        rgb.insert(rgb.end(), {sample(1, 2, i), sample(0, 2, i), 0});
-    }
-    const CliRun expected = run({tiff("slice3.tif", w, h, rgb)});
+    // Slice z as an RGB picture, channel 2 in red and channel 1 in green.
+    const auto sliceAsPicture = [&](int z) {
+        std::vector<std::uint32_t> rgb;
+        for (int i = 0; i < w * h; ++i) {
+            rgb.insert(rgb.end(), {sample(1, z, i), sample(0, z, i), 0});
+        }
+        return tiff("slice" + std::to_string(z + 1) + ".tif", w, h, rgb);
+    };
+    const CliRun expected = run({sliceAsPicture(2)});
     const CliRun got = run({"--y-channel", "2", "--x-channel", "1", "--slice", "3", stack});
     EXPECT_EQ(std::tuple(got.status, got.err, got.out), std::tuple(0, "", expected.out));
+    // Every slice, a row each: that of the slice's own picture, with its number after the pair.
+    const CliRun all = run({"--y-channel", "2", "--x-channel", "1", "--slices", "all", stack});
+    ASSERT_EQ(all.status, 0) << all.err;
+    const auto rows = split(all.out, '\n');
+    ASSERT_EQ(rows.size(), std::size_t(slices + 1));
+    EXPECT_EQ(rows[0].rfind("File\tPair\tSlice\t", 0), 0u);
+    for (int z = 0; z < slices; ++z) {
+        const std::string picture = sliceAsPicture(z);
+        auto row = split(split(run({picture, picture}).out, '\n')[1], '\t');
+        row[0] = stack;
+        row.insert(row.begin() + 2, std::to_string(z + 1));
+        EXPECT_EQ(split(rows[std::size_t(z + 1)], '\t'), row) << "slice " << z + 1;
+    }
     const CliRun past = run({"--y-channel", "1", "--x-channel", "2", "--slice", "5", stack});
     EXPECT_EQ(std::tuple(past.status, past.err),
               std::tuple(1, stack + ": there is no slice 5: the stack has 4\n"));
