@@ -11,6 +11,12 @@ bool runAnalysisPass(const ChannelView& view, AnalysisState& state, std::uint8_t
                      const MaskView& mask) {
     const bool counted =
         countPairs(view, state.rgbCombo, state.levels, histogram, threads, cancel, mask);
+    summariseHistogram(histogram, state, scatterGramData);
+    return counted;
+}
+
+void summariseHistogram(const PairHistogram& histogram, AnalysisState& state,
+                        std::uint8_t* scatterGramData) {
     state.census = censusOf(histogram);
     // The sums and the scatter gram in one trip through the histogram.
     state.sums = {};
@@ -20,7 +26,16 @@ bool runAnalysisPass(const ChannelView& view, AnalysisState& state, std::uint8_t
         addToPairSums(state.sums, y, x, count);
         plotPair(scatterGramData, pair, y, x);
     });
-    return counted;
+}
+
+void addCounts(PairHistogram& into, const PairHistogram& more) {
+    if (into.counts.size() != more.counts.size()) {
+        into = more;
+        return;
+    }
+    for (std::size_t b = 0; b < into.counts.size(); ++b) {
+        into.counts[b] += more.counts[b];
+    }
 }
 
 }  // namespace pv

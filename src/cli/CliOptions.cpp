@@ -358,6 +358,8 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
                 return result;
             }
             (a == "--y-channel" ? o.yChannel : o.xChannel) = *v;
+        } else if (a == "--stack") {
+            o.stack = true;
         } else if (a == "--slices") {
             auto v = value("--slices");
             if (!v) {
@@ -407,8 +409,12 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
         result.error = "--y-channel and --x-channel of a colour file are 1 red, 2 green, 3 blue";
     } else if (!channelFiles && (o.yChannel.has_value() != o.xChannel.has_value())) {
         result.error = "--y-channel and --x-channel go together: give both";
-    } else if (!channelFiles && (o.slice || o.frame || o.allSlices) && !o.yChannel) {
-        result.error = "--slice, --slices and --frame need --y-channel and --x-channel";
+    } else if (!channelFiles && (o.slice || o.frame || o.allSlices || o.stack) && !o.yChannel) {
+        result.error = "--slice, --slices, --stack and --frame need --y-channel and --x-channel";
+    } else if (o.stack && (o.slice || o.allSlices || o.labels)) {
+        result.error =
+            "--stack analyses every slice as one; it goes with neither --slice, "
+            "--slices nor --labels";
     } else if (o.allSlices && (o.slice || o.reportStem)) {
         result.error =
             "--slices all gives a table of every slice; it goes with neither --slice "
@@ -473,6 +479,8 @@ Options:
                        (default 1)
   --slices all         every slice of each stack, a row each in the table (its number after
                        the pair)
+  --stack              every slice of each stack (at --frame) as one population: the census,
+                       sums, scatter gram, coefficients and region over all its voxels
   --mask FILE          analyse only the pixels where FILE (a picture of the same size, for
                        example a segmentation of the cells) is not 0: census, sums, scatter
                        gram, region and reveal; percentages then refer to those pixels

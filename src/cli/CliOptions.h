@@ -42,6 +42,7 @@ struct Options {
     std::optional<std::string> yChannel, xChannel;
     std::optional<int> slice, frame;    // from 1
     bool allSlices = false;             // each slice of each image, a row each
+    bool stack = false;                 // all slices of each image as one population
     std::optional<std::string> mask;    // only the pixels where it is not 0 are analysed
     std::optional<std::string> labels;  // each labelled cell analysed on its own
     bool help = false;

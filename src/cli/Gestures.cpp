@@ -104,13 +104,17 @@ Result<int> stackChannel(const StackLayout& layout, const std::string& text,
     return named;
 }
 
-Result<std::pair<ChannelSource, ChannelSource>> channelSources(const Options& o,
-                                                               const std::string& image) {
+// The pair of each slice asked for: the one slice of --slice, or every slice with --stack.
+Result<std::vector<PixmeraVeltroController::SlicePair>> channelSources(const Options& o,
+                                                                       const std::string& image) {
     Result<StackLayout> layout = readStackLayout(image);
     if (!layout) {
         return layout.error();
     }
     const bool stack = layout->channels > 1 || layout->slices > 1 || layout->frames > 1;
+    if (!stack && o.stack) {
+        return Error{image, tr("the file holds one picture, not a stack")};
+    }
     if (!stack) {
         // One picture: its colour channels.
         if (o.slice.value_or(1) != 1 || o.frame.value_or(1) != 1) {
@@ -123,7 +127,7 @@ Result<std::pair<ChannelSource, ChannelSource>> channelSources(const Options& o,
                 return Error{image, tr("a picture has channels 1 to 3 (red, green, blue)")};
             }
         }
-        return std::pair(ChannelSource{image, y - 1}, ChannelSource{image, x - 1});
+        return std::vector{std::pair(ChannelSource{image, y - 1}, ChannelSource{image, x - 1})};
     }
     Result<int> y = stackChannel(*layout, *o.yChannel, image);
     Result<int> x = stackChannel(*layout, *o.xChannel, image);
@@ -139,8 +143,12 @@ Result<std::pair<ChannelSource, ChannelSource>> channelSources(const Options& o,
         return Error{image, tr("there is no frame %1: the stack has %2",
                                {std::to_string(frame), std::to_string(layout->frames)})};
     }
-    return std::pair(ChannelSource{image, {}, layout->pageOf(*y, slice - 1, frame - 1)},
-                     ChannelSource{image, {}, layout->pageOf(*x, slice - 1, frame - 1)});
+    std::vector<PixmeraVeltroController::SlicePair> slices;
+    for (int z = o.stack ? 0 : slice - 1; z < (o.stack ? layout->slices : slice); ++z) {
+        slices.emplace_back(ChannelSource{image, {}, layout->pageOf(*y, z, frame - 1)},
+                            ChannelSource{image, {}, layout->pageOf(*x, z, frame - 1)});
+    }
+    return slices;
 }
 
 // A colour channel given as text, 1 to 3, from 0.
@@ -160,8 +168,10 @@ Status openImage(PixmeraVeltroController& controller, const Options& o, const st
                                              {*o.xFile, colourChannel(o.xChannel)});
     } else if (o.yChannel) {
         auto sources = channelSources(o, image);
-        opened = sources ? controller.openChannelFiles(sources->first, sources->second)
-                         : Status(sources.error());
+        opened = !sources ? Status(sources.error())
+                 : o.stack
+                     ? controller.openStack(*sources)
+                     : controller.openChannelFiles(sources->front().first, sources->front().second);
     } else {
         opened = controller.openImageFile(image);
     }

@@ -258,6 +258,8 @@ Status PixmeraVeltroController::takeNewPicture(Picture read, Status status) {
     // Even a failed read is normalised (as nothing), so the file facts read as for no picture.
     Picture normalised;
     mask_.reset();  // made for another picture
+    stack_.clear();
+    corrections_.clear();
     loadedPages_ = read.pageCount;
     loadedSixteenBitTop_ = read.sixteenBitTop;
     Result<Picture> at72 = convertNon72dpiImages(read, image_.imageFileInfo);
@@ -289,6 +291,7 @@ Status PixmeraVeltroController::takeNewPicture(Picture read, Status status) {
 void PixmeraVeltroController::restoreImageToOriginal() {
     const Action action(*this);
     image_.restore();
+    corrections_.clear();
     imageShown();
     reanalyse();
 }
@@ -330,10 +333,72 @@ void PixmeraVeltroController::calculateScatterGram() {
         return;
     }
     const MaskView mask = mask_ ? MaskView{mask_->bitmapData(), mask_->bytesPerRow()} : MaskView{};
+    if (!stack_.empty()) {
+        countStack(mask);
+        return;
+    }
     if (!runAnalysisPass(image_.channels(), analysis_, scatterGramBitmap_->bitmapData(), histogram_,
                          analysisThreads_, {}, mask)) {
         port_.logMessage(kInitializationError);
     }
+}
+
+void PixmeraVeltroController::countStack(const MaskView& mask) {
+    stackStatus_ = Status();
+    histogram_ = {};
+    PairHistogram slice;
+    for (std::size_t i = 0; i < stack_.size() && stackStatus_; ++i) {
+        // The first slice is the picture under analysis, corrected already.
+        Picture read = image_.currentDisplayedImage();
+        if (i > 0) {
+            const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
+            Result<Picture> next = readChannelPair(stack_[i].first, stack_[i].second,
+                                                   {int(pair.y), int(pair.x)}, readOptions_);
+            if (!next) {
+                stackStatus_ = Status(next.error());
+                break;
+            }
+            read = std::move(next).value();
+            if (!corrections_.empty()) {
+                std::optional<Bitmap> corrected = read.bitmap->copy();
+                if (!corrected) {
+                    stackStatus_ =
+                        Status(Error{stack_[i].first.path,
+                                     tr("There is not enough memory to correct the background.")});
+                    break;
+                }
+                for (const BackgroundSettings& s : corrections_) {
+                    removeBackground(corrected->writableChannels(), s, analysisThreads_);
+                }
+                read = Picture::at72dpi(std::move(*corrected));
+            }
+        }
+        if (!countPairs(read.bitmap->channels(), analysis_.rgbCombo, analysis_.levels, slice,
+                        analysisThreads_, {}, mask)) {
+            stackStatus_ = Status(Error{stack_[i].first.path, tr(kInitializationError)});
+            break;
+        }
+        addCounts(histogram_, slice);
+    }
+    if (!stackStatus_) {
+        histogram_ = {};
+        port_.showError(stackStatus_.error());
+    }
+    summariseHistogram(histogram_, analysis_, scatterGramBitmap_->bitmapData());
+}
+
+Status PixmeraVeltroController::openStack(const std::vector<SlicePair>& slices) {
+    if (slices.empty()) {
+        return Status(Error{{}, tr("the stack has no slice")});
+    }
+    const Status first = openChannelFiles(slices.front().first, slices.front().second);
+    if (!first) {
+        return first;
+    }
+    const Action action(*this);
+    stack_ = slices;
+    reanalyse();
+    return stackStatus_;
 }
 
 void PixmeraVeltroController::setROIPixelInfo(bool enabled) {
@@ -539,6 +604,7 @@ void PixmeraVeltroController::removeBackgroundNow(BackgroundControls& controls) 
             Error{.reason = tr("There is not enough memory to correct the background.")});
         return;
     }
+    corrections_.push_back(backgroundSettings_);
     imageShown();
     reanalyse();
 }

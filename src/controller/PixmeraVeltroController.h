@@ -91,6 +91,12 @@ class PixmeraVeltroController : public PixmeraController {
     // Two single-channel files (or a channel of each) as the current pair's Y and X channels
     // of one picture, which is then taken as an opened file is; the file facts are the Y file's.
     Status openChannelFiles(const ChannelSource& y, const ChannelSource& x);
+    // The slices of a stack as one population: each slice's pair (read as openChannelFiles reads
+    // it, corrected as the picture is) counted into one histogram, so that the census, sums,
+    // scatter gram, coefficients and region speak of every voxel; the first slice is the picture
+    // shown. Slices are read one at a time. A slice that cannot be read fails it all, named.
+    using SlicePair = std::pair<ChannelSource, ChannelSource>;
+    Status openStack(const std::vector<SlicePair>& slices);
     // Only the pixels where the mask file is not 0 (in any channel) are analysed from now on:
     // census, sums, scatter gram, region and reveal; percentages refer to them. Refused, naming
     // the file, when it cannot be read or is not the picture's size. A new picture drops it.
@@ -234,6 +240,8 @@ class PixmeraVeltroController : public PixmeraController {
     void reanalyse();
     void prepareForCalculatingCoefficients();
     void calculateScatterGram();
+    // The pooled pass over the stack's slices into one histogram.
+    void countStack(const MaskView& mask);
     void setROIPixelInfo(bool enabled);
     void clearCoefficientsTextResults();
     void drawEmptyScatterGram();
@@ -255,7 +263,10 @@ class PixmeraVeltroController : public PixmeraController {
     CoefficientCheckboxes checkboxes_;
     ReadOptions readOptions_;
     std::optional<Bitmap> mask_;
-    std::uint32_t loadedPages_ = 1;  // of the file the picture came from
+    std::vector<SlicePair> stack_;                 // pooled slices; empty for one picture
+    std::vector<BackgroundSettings> corrections_;  // applied since the picture was loaded
+    Status stackStatus_;                           // of the last pooled pass
+    std::uint32_t loadedPages_ = 1;                // of the file the picture came from
     std::optional<std::uint32_t> loadedSixteenBitTop_;
     unsigned analysisThreads_ = 0;
     int actionDepth_ = 0;

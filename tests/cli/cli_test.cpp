@@ -422,6 +422,21 @@ TEST_F(CliTest, ChannelsOfAStackSliceAreAnalysedAsThePair) {
         row.insert(row.begin() + 2, std::to_string(z + 1));
         EXPECT_EQ(split(rows[std::size_t(z + 1)], '\t'), row) << "slice " << z + 1;
     }
+    // The stack as one population: the report of one tall picture of all its slices, one
+    // under the other, with a region and a correction alike.
+    std::vector<std::uint32_t> tall;
+    for (int z = 0; z < slices; ++z) {
+        for (int i = 0; i < w * h; ++i) {
+            tall.insert(tall.end(), {sample(1, z, i), sample(0, z, i), 0});
+        }
+    }
+    const Args road = {"--roi", "oval:20,20,200,220", "--background", "all:30"};
+    Args pooledArgs = road, tallArgs = road;
+    pooledArgs.insert(pooledArgs.end(), {"--y-channel", "2", "--x-channel", "1", "--stack", stack});
+    tallArgs.push_back(tiff("tall.tif", w, h * slices, tall));
+    const CliRun pooled = run(pooledArgs), whole = run(tallArgs);
+    EXPECT_EQ(std::tuple(pooled.status, pooled.err, pooled.out),
+              std::tuple(0, whole.err, whole.out));
     const CliRun past = run({"--y-channel", "1", "--x-channel", "2", "--slice", "5", stack});
     EXPECT_EQ(std::tuple(past.status, past.err),
               std::tuple(1, stack + ": there is no slice 5: the stack has 4\n"));
