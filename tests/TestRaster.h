@@ -5,6 +5,7 @@
 #include <span>
 #include <vector>
 
+#include "image/Bitmap.h"
 #include "image/ChannelView.h"
 
 namespace pv::test {
@@ -54,6 +55,47 @@ Raster randomRaster(Layout layout, int w, int h, std::mt19937& rng, Sample sampl
         }
     }
     return img;
+}
+
+// The layouts a bitmap can have, for loops that handle each one their own way.
+struct BitmapLayout {
+    const char* name;
+    int samples;
+    bool alpha;
+    bool planar;
+    int padding;  // bytes after each row's pixels
+};
+inline constexpr BitmapLayout kBitmapLayouts[] = {
+    {"meshed RGB", 3, false, false, 0},         {"meshed RGB, padded", 3, false, false, 5},
+    {"meshed RGBA, padded", 4, true, false, 3}, {"five samples", 5, false, false, 0},
+    {"planar RGB", 3, false, true, 0},          {"planar RGBA, padded", 4, true, true, 2},
+    {"grey, padded", 1, false, false, 3},       {"grey and alpha", 2, true, false, 0},
+    {"planar grey and alpha", 2, true, true, 1}};
+
+// Every byte, padding and alpha included, comes from sample(rng).
+template <class Sample>
+Bitmap randomBitmap(const BitmapLayout& l, int w, int h, std::mt19937& rng, Sample sample) {
+    const int rowBytes = w * (l.planar ? 1 : l.samples) + l.padding;
+    Bitmap b = *Bitmap::create(w, h, l.samples, l.alpha, l.planar, rowBytes);
+    for (std::size_t i = 0; i < b.totalBytes(); ++i) {
+        b.bitmapData()[i] = std::uint8_t(sample(rng));
+    }
+    return b;
+}
+
+// Where channel k (0 red, 1 green, 2 blue) of pixel (r, c) lies, from the layout alone: a grey
+// bitmap's one sample stands for all three.
+inline std::size_t sampleOffset(const Bitmap& b, int r, int c, int k) {
+    const std::size_t sample = b.samplesPerPixel() >= 3 ? std::size_t(k) : 0;
+    const std::size_t row = std::size_t(r) * std::size_t(b.bytesPerRow());
+    if (b.isPlanar()) {
+        return sample * b.bytesPerPlane() + row + std::size_t(c);
+    }
+    return row + std::size_t(c) * std::size_t(b.samplesPerPixel()) + sample;
+}
+
+inline std::vector<std::uint8_t> bytesOf(const Bitmap& b) {
+    return std::vector<std::uint8_t>(b.bitmapData(), b.bitmapData() + b.totalBytes());
 }
 
 }  // namespace pv::test

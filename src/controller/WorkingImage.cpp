@@ -1,5 +1,6 @@
 #include "controller/WorkingImage.h"
 
+#include <memory>
 #include <utility>
 
 #include "analysis/Reveal.h"
@@ -23,6 +24,17 @@ BitmapInfo describe(const Picture& picture) {
     info.height = picture.size.height;
     info.width = picture.size.width;
     return info;
+}
+
+// The bitmap of a revealed picture, to be painted over, when it has source's layout and nobody
+// but the document holds it: that saves allocating (and the system zeroing) a new one on every
+// reveal. Reveals make their bitmaps mutable and hand them out only as const, so the cast is
+// sound, and with the only handle here nobody can see the pixels change.
+std::shared_ptr<Bitmap> reusableBitmap(const Picture& revealed, const Bitmap& source) {
+    if (revealed.bitmap.use_count() != 1 || !revealed.bitmap->hasLayoutOf(source)) {
+        return nullptr;
+    }
+    return std::const_pointer_cast<Bitmap>(revealed.bitmap);
 }
 
 }  // namespace
@@ -64,13 +76,20 @@ bool WorkingImage::reveal(const RegionSelection& selection, const AnalysisState&
                           unsigned threads) {
     Picture revealed;
     if (!current_.isEmpty()) {
-        std::optional<Bitmap> painted =
-            revealedCopy(*current_.bitmap, analysis.rgbCombo, analysis.levels, selection,
-                         analysis.revealColour, threads);
-        if (!painted) {
+        const Bitmap& source = *current_.bitmap;
+        std::shared_ptr<Bitmap> target = reusableBitmap(revealedImage_, source);
+        if (!target) {
+            std::optional<Bitmap> fresh = Bitmap::createLike(source);
+            if (!fresh) {
+                return false;
+            }
+            target = std::make_shared<Bitmap>(std::move(*fresh));
+        }
+        if (!paintReveal(source, *target, analysis.rgbCombo, analysis.levels, selection,
+                         analysis.revealColour, threads)) {
             return false;
         }
-        revealed = Picture::at72dpi(std::move(*painted));
+        revealed = Picture::at72dpi(std::move(target));
     }
     revealedImage_ = std::move(revealed);
     revealValid_ = true;

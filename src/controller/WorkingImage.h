@@ -23,10 +23,12 @@ class WorkingImage {
     bool applyBackgroundCorrection(const BackgroundSettings& settings, unsigned threads);
     // Back to the picture as loaded.
     void restore();
-    // Paints the selected pixels of a copy of the picture under analysis and shows it. False
-    // when memory is short; nothing changes then.
+    // Paints the selected pixels of the picture under analysis into the revealed picture and
+    // shows it: over the last revealed picture's memory when nobody else holds that picture
+    // and its layout fits, else into a new one. False when memory is short; nothing changes
+    // then.
     bool reveal(const RegionSelection& selection, const AnalysisState& analysis, unsigned threads);
-    // Forgets the revealed picture and shows the picture under analysis.
+    // Forgets the revealed picture (its memory with it) and shows the picture under analysis.
     void clearReveal();
     // Shows the picture under analysis; a revealed picture is kept for saving.
     void showAnalysedPicture() { revealShown_ = false; }

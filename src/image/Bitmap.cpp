@@ -60,15 +60,27 @@ std::optional<Bitmap> Bitmap::adopt(PixelBlock block, int pixelsWide, int pixels
     return b;
 }
 
-std::optional<Bitmap> Bitmap::copy() const {
-    if (isEmpty()) {
+std::optional<Bitmap> Bitmap::createLike(const Bitmap& other) {
+    if (other.isEmpty()) {
         return Bitmap();
     }
-    auto b = create(pixelsWide_, pixelsHigh_, samplesPerPixel_, hasAlpha_, isPlanar_, bytesPerRow_);
-    if (b) {
+    return create(other.pixelsWide_, other.pixelsHigh_, other.samplesPerPixel_, other.hasAlpha_,
+                  other.isPlanar_, other.bytesPerRow_);
+}
+
+std::optional<Bitmap> Bitmap::copy() const {
+    auto b = createLike(*this);
+    if (b && !isEmpty()) {
         std::memcpy(b->data_.get(), data_.get(), totalBytes());
     }
     return b;
+}
+
+bool Bitmap::hasLayoutOf(const Bitmap& other) const {
+    return isEmpty() == other.isEmpty() && pixelsWide_ == other.pixelsWide_ &&
+           pixelsHigh_ == other.pixelsHigh_ && samplesPerPixel_ == other.samplesPerPixel_ &&
+           hasAlpha_ == other.hasAlpha_ && isPlanar_ == other.isPlanar_ &&
+           bytesPerRow_ == other.bytesPerRow_;
 }
 
 namespace {

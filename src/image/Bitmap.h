@@ -38,11 +38,13 @@ class Bitmap {
     static std::optional<Bitmap> adopt(PixelBlock block, int pixelsWide, int pixelsHigh,
                                        int samplesPerPixel, bool hasAlpha, bool isPlanar,
                                        int bytesPerRow = 0);
-    // Returns memory beyond totalBytes() (an adopted block may be larger) to the system.
-    void releaseUnusedMemory() { data_.shrink(totalBytes()); }
-
+    // A bitmap of other's layout, contents undefined; nothing when memory is short.
+    static std::optional<Bitmap> createLike(const Bitmap& other);
     // An independent copy with the same layout; nothing when memory is short.
     std::optional<Bitmap> copy() const;
+    // Same size, samples, alpha, planes and row length: every byte of one has its place in the
+    // other.
+    bool hasLayoutOf(const Bitmap& other) const;
 
     bool isEmpty() const { return !data_; }
     int pixelsWide() const { return pixelsWide_; }

@@ -26,9 +26,12 @@ struct Picture {
     int pixelsHigh() const { return bitmap ? bitmap->pixelsHigh() : 0; }
 
     // A picture of the bitmap at 72 dpi (one point per pixel).
+    static Picture at72dpi(std::shared_ptr<const Bitmap> b) {
+        const Size s = b ? Size{float(b->pixelsWide()), float(b->pixelsHigh())} : Size{};
+        return Picture{std::move(b), s, 1, std::nullopt};
+    }
     static Picture at72dpi(Bitmap&& b) {
-        Size s{float(b.pixelsWide()), float(b.pixelsHigh())};
-        return Picture{std::make_shared<const Bitmap>(std::move(b)), s, 1, std::nullopt};
+        return at72dpi(std::make_shared<const Bitmap>(std::move(b)));
     }
 };
 

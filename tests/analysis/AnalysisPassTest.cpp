@@ -249,54 +249,71 @@ TEST(AnalysisPass, EmptyPictureAndCancelGiveEmptyResults) {
     }
 }
 
-// A reveal changes exactly the three colour bytes of each selected pixel, whatever the split
-// among threads, in place and in a fresh copy alike.
+// Brute force: the source's bytes, with the colour written to red, green and blue in turn of
+// each selected pixel (so a grey pixel ends up blue).
+std::vector<std::uint8_t> revealedBytes(const Bitmap& source, const PixelTest& selects,
+                                        const RevealColour& colour) {
+    std::vector<std::uint8_t> bytes = test::bytesOf(source);
+    const std::uint8_t paint[3] = {colour.redRevealPixelValue, colour.greenRevealPixelValue,
+                                   colour.blueRevealPixelValue};
+    for (int r = 0; r < source.pixelsHigh(); ++r) {
+        for (int c = 0; c < source.pixelsWide(); ++c) {
+            int rgb[3];
+            for (int k = 0; k < 3; ++k) {
+                rgb[k] = source.bitmapData()[test::sampleOffset(source, r, c, k)];
+            }
+            for (int k = 0; k < 3 && selects(rgb); ++k) {
+                bytes[test::sampleOffset(source, r, c, k)] = paint[k];
+            }
+        }
+    }
+    return bytes;
+}
+
+// A reveal paints exactly the selected pixels and takes every other byte from the source, in
+// every layout and whatever the split among threads, over a bitmap that held other pixels
+// (the last reveal of another region, say).
 TEST(Reveal, PaintsExactlyTheSelectedPixels) {
     std::mt19937 rng(5);
+    const auto sample = [](std::mt19937& g) {
+        const unsigned u = g() % 10;
+        return u < 4 ? 0 : (u < 7 ? g() % 12 : g() % 256);
+    };
     const RevealColour colour{251, 252, 253};
-    for (Layout layout : {Layout::MeshedRGB, Layout::PaddedRGBA, Layout::Planar}) {
-        TestImage img = randomImage(layout, 41, 27, rng);
+    for (const test::BitmapLayout& layout : test::kBitmapLayouts) {
+        const Bitmap source = test::randomBitmap(layout, 41, 27, rng, sample);
+        Bitmap reused = test::randomBitmap(layout, 41, 27, rng, sample);
         for (int combo = 0; combo < kRGBComboCount; ++combo) {
             for (int kind : {0, 2, 4}) {
-                SCOPED_TRACE(testing::Message() << "layout " << int(layout) << " pair " << combo
-                                                << " region " << kind);
+                SCOPED_TRACE(testing::Message()
+                             << layout.name << ", pair " << combo << ", region " << kind);
                 const MinimumLevels levels{0, 0, kind};
                 const Region region = randomRegion(rng, kind, combo);
-                TestImage expected = img;
-                for (int r = 0; r < img.h; ++r) {
-                    for (int c = 0; c < img.w; ++c) {
-                        const int rgb[3] = {img.at(r, c, 0), img.at(r, c, 1), img.at(r, c, 2)};
-                        for (int k = 0; k < 3 && region.selects(rgb); ++k) {
-                            expected.at(r, c, k) = std::uint8_t(251 + k);
-                        }
-                    }
-                }
+                const std::vector<std::uint8_t> expected =
+                    revealedBytes(source, region.selects, colour);
                 for (unsigned threads : {1u, 3u}) {
-                    TestImage target = img;
-                    ASSERT_TRUE(revealPixels(img.view(), target.writableView(), RGBCombo(combo),
-                                             levels, region.selection, colour, threads));
-                    EXPECT_EQ(target.planes, expected.planes) << threads << " threads";
-
-                    // Copying and painting in one pass gives the same bytes, padding included.
-                    const bool planar = layout == Layout::Planar;
-                    auto source =
-                        Bitmap::create(img.w, img.h, planar ? 3 : img.spp,
-                                       layout == Layout::PaddedRGBA, planar, img.bytesPerRow);
-                    for (std::size_t k = 0; k < img.planes.size(); ++k) {
-                        std::copy(img.planes[k].begin(), img.planes[k].end(),
-                                  source->plane(int(k)));
-                    }
-                    auto painted = revealedCopy(*source, RGBCombo(combo), levels, region.selection,
-                                                colour, threads);
-                    ASSERT_TRUE(painted);
-                    for (std::size_t k = 0; k < img.planes.size(); ++k) {
-                        const std::uint8_t* p = painted->plane(int(k));
-                        EXPECT_EQ(std::vector<std::uint8_t>(p, p + img.planes[k].size()),
-                                  expected.planes[k]);
-                    }
+                    ASSERT_TRUE(paintReveal(source, reused, RGBCombo(combo), levels,
+                                            region.selection, colour, threads));
+                    EXPECT_EQ(test::bytesOf(reused), expected) << threads << " threads";
                 }
             }
         }
+    }
+}
+
+// A target of another layout is refused untouched: painting it could run past its rows.
+TEST(Reveal, RefusesATargetOfAnotherLayout) {
+    std::mt19937 rng(6);
+    const auto sample = [](std::mt19937& g) { return g(); };
+    const test::BitmapLayout& meshed = test::kBitmapLayouts[0];
+    const Bitmap source = test::randomBitmap(meshed, 20, 10, rng, sample);
+    for (const test::BitmapLayout& layout : test::kBitmapLayouts) {
+        Bitmap target = test::randomBitmap(layout, 20, &layout == &meshed ? 9 : 10, rng, sample);
+        const std::vector<std::uint8_t> before = test::bytesOf(target);
+        EXPECT_FALSE(paintReveal(source, target, RGBCombo::RedGreen, {},
+                                 RegionSelection::singleColor(), {}, 1))
+            << layout.name;
+        EXPECT_EQ(test::bytesOf(target), before) << layout.name;
     }
 }
 
