@@ -212,13 +212,21 @@ ImageView::ImageView(QWidget* parent) : QWidget(parent) {
 
 void ImageView::setPicture(const Picture& picture) {
     // A new version of the same picture (corrected, revealed) keeps the user's place in it.
-    if (picture.pixelsWide() != image_.width() || picture.pixelsHigh() != image_.height()) {
-        pan_ = QPointF(picture.pixelsWide() / 2.0, picture.pixelsHigh() / 2.0);
+    const QSize size(picture.pixelsWide(), picture.pixelsHigh());
+    if (size != pictureSize_) {
+        pan_ = QPointF(size.width() / 2.0, size.height() / 2.0);
     }
+    pictureSize_ = size;
     picture_ = picture;
     image_ = imageOf(picture);
     cache_ = QImage();
     relayout();
+}
+
+void ImageView::releasePicture() {
+    // The cache and the tint are renderings of their own, not views of the picture's pixels.
+    picture_ = Picture();
+    image_ = QImage();
 }
 
 double ImageView::zoom() const {
@@ -377,7 +385,7 @@ void ImageView::relayout() {
 }
 
 void ImageView::renderPreview() {
-    if (!preview_ || cache_.isNull()) {
+    if (!preview_ || cache_.isNull() || picture_.isEmpty()) {
         previewTint_ = QImage();
         return;
     }

@@ -22,6 +22,10 @@ class ImageView : public QWidget {
 
     void setPicture(const Picture& picture);
     const Picture& picture() const { return picture_; }
+    // Lets go of the picture (so that its memory may be painted over) but keeps what is drawn
+    // of it on screen, reading no pixel, until the next setPicture; that one keeps the user's
+    // place when the size is the same.
+    void releasePicture();
 
     // Fit: the whole picture in the view, never enlarged beyond 100 %.
     bool fitsToView() const { return fit_; }
@@ -70,7 +74,8 @@ class ImageView : public QWidget {
     void renderPreview();
 
     Picture picture_;
-    QImage image_;  // wraps the picture's pixels
+    QImage image_;       // wraps the picture's pixels
+    QSize pictureSize_;  // kept while the picture is let go of
     bool fit_ = true;
     double zoom_ = 1.0;
     QPointF pan_;      // picture point shown at the view's centre

@@ -58,6 +58,7 @@ class MainWindow::Port : public ControllerPort {
     explicit Port(MainWindow& window) : w_(window) {}
 
     void showImage(const Picture& picture) override { w_.ui_->roiPreview->setPicture(picture); }
+    void releaseImage() override { w_.ui_->roiPreview->releasePicture(); }
     void showScatterGram(const Picture& picture) override {
         w_.ui_->scatterGramGraph->setPicture(picture);
     }

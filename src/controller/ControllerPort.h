@@ -38,6 +38,9 @@ class ControllerPort {
 
     // The main image view's picture.
     virtual void showImage(const Picture&) = 0;
+    // The main image view lets go of its picture until the next showImage, which follows
+    // before the action ends; it may keep what it has drawn on screen meanwhile.
+    virtual void releaseImage() = 0;
     // The scatter-gram view's picture (a snapshot of the scatter-gram bitmap).
     virtual void showScatterGram(const Picture&) = 0;
     // Gradient names for the bars y1, x1, y2, x2.
@@ -75,6 +78,7 @@ class ControllerPort {
 class NullControllerPort : public ControllerPort {
   public:
     void showImage(const Picture&) override {}
+    void releaseImage() override {}
     void showScatterGram(const Picture&) override {}
     void showColorBars(const std::array<std::string_view, 4>&) override {}
     void refreshControls() override {}

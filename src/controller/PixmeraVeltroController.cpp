@@ -585,11 +585,15 @@ void PixmeraVeltroController::reflectWhitePixels() {
         port_.logMessage(kInitializationError);
         return;
     }
+    // With the view's hold on the last revealed picture gone, the reveal can paint over its
+    // memory instead of allocating another picture. The view gets its picture back at the end
+    // of the action, whatever happens.
+    port_.releaseImage();
+    imageShown();
     if (!image_.reveal(currentRegionSelection(), analysis_, analysisThreads_)) {
         port_.showError(Error{.reason = tr("There is not enough memory to reveal the pixels.")});
         return;
     }
-    imageShown();
     refresh();
 }
 

@@ -161,6 +161,29 @@ class ImageViewTest : public QObject {
         QVERIFY2(wrong.isEmpty(), qPrintable(wrong));
     }
 
+    // Let go of, a picture is held no more yet stays drawn, and pointing at it reads none of
+    // its pixels; the next picture of its size is shown where the user was.
+    void releasedPictureStaysDrawnUntilTheNext() {
+        ImageView view;
+        Picture picture = pictureOf(400, 400, coded);
+        show(view, picture);
+        view.zoomToActualSize();
+        send(view, QEvent::MouseButtonPress, QPointF(100, 100), Qt::LeftButton);
+        send(view, QEvent::MouseMove, QPointF(60, 70), Qt::LeftButton);
+        send(view, QEvent::MouseButtonRelease, QPointF(60, 70));
+        const auto place = [](int x, int y) { return coded(140 + x, 130 + y); };
+        view.releasePicture();
+        QCOMPARE(picture.bitmap.use_count(), 1L);
+        QString wrong = mismatch(view, QRect(0, 0, 200, 200), place);
+        QVERIFY2(wrong.isEmpty(), qPrintable(wrong));
+        QSignalSpy hovers(&view, &ImageView::hovered);
+        send(view, QEvent::MouseMove, QPointF(50, 50));
+        QCOMPARE(hovers.value(0).value(0).toInt(), -1);
+        view.setPicture(picture);
+        wrong = mismatch(view, QRect(0, 0, 200, 200), place);
+        QVERIFY2(wrong.isEmpty(), qPrintable(wrong));
+    }
+
     void hoverReportsPixelAndColour_data() {
         QTest::addColumn<QPointF>("pointer");  // the 40 x 20 picture is drawn at (80, 90)
         QTest::addColumn<QPoint>("pixel");

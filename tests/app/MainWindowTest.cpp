@@ -202,36 +202,43 @@ class MainWindowTest : public QObject {
     }
 
     // A rectangle dragged on the scatter gram, counted and revealed: exactly the pixels whose
-    // pair the drawn outline contains turn white, and the plain picture comes back when the
-    // region is clicked away.
+    // pair the drawn outline contains turn white. A second region's reveal paints over the
+    // first one's picture (the view lets go of it) and shows nothing of the first region; the
+    // plain picture comes back when the region is clicked away.
     void revealPaintsTheRegionsPixels() {
         MainWindow w;
         w.resize(1340, 720);
         w.show();
         QVERIFY(open(w, kSample));
         pv::app::ScatterGramWidget* sg = w.ui().scatterGramGraph;
-        pv::test::drag(sg, {30, 20}, {140, 160});
-        QVERIFY(w.ui().reflectROIButton->isEnabled());
-        QTest::mouseClick(w.ui().reflectROIButton, Qt::LeftButton);
-
-        const pv::Path& outline = w.controller().scatterGramGraph().currentlySelectedPath();
-        const pv::Picture shown = w.ui().roiPreview->picture();
         const pv::Picture plain = w.controller().currentDisplayedImage();
-        QVERIFY(!shown.isEmpty() && shown.bitmap != plain.bitmap);
-        long white = 0;
-        for (int r = 0; r < plain.pixelsHigh(); ++r) {
-            const std::uint8_t* in = plain.bitmap->row(0, r);
-            const std::uint8_t* out = shown.bitmap->row(0, r);
-            for (int c = 0; c < plain.pixelsWide(); ++c, in += 3, out += 3) {
-                const bool inside = outline.containsPoint({float(in[1]), float(in[0])});
-                const std::array<int, 3> want = inside ? std::array<int, 3>{255, 255, 255}
-                                                       : std::array<int, 3>{in[0], in[1], in[2]};
-                QCOMPARE((std::array<int, 3>{out[0], out[1], out[2]}), want);
-                white += inside ? 1 : 0;
+        const auto reveal = [&](QPointF from, QPointF to) {
+            pv::test::drag(sg, from, to);
+            QVERIFY(w.ui().reflectROIButton->isEnabled());
+            QTest::mouseClick(w.ui().reflectROIButton, Qt::LeftButton);
+            const pv::Path& outline = w.controller().scatterGramGraph().currentlySelectedPath();
+            const pv::Picture& shown = w.ui().roiPreview->picture();
+            QVERIFY(!shown.isEmpty() && shown.bitmap != plain.bitmap);
+            long white = 0;
+            for (int r = 0; r < plain.pixelsHigh(); ++r) {
+                const std::uint8_t* in = plain.bitmap->row(0, r);
+                const std::uint8_t* out = shown.bitmap->row(0, r);
+                for (int c = 0; c < plain.pixelsWide(); ++c, in += 3, out += 3) {
+                    const bool inside = outline.containsPoint({float(in[1]), float(in[0])});
+                    const std::array<int, 3> want = inside
+                                                        ? std::array<int, 3>{255, 255, 255}
+                                                        : std::array<int, 3>{in[0], in[1], in[2]};
+                    QCOMPARE((std::array<int, 3>{out[0], out[1], out[2]}), want);
+                    white += inside ? 1 : 0;
+                }
             }
-        }
-        QVERIFY(white > 0);
-        QCOMPARE(long(w.controller().analysis().roiCensus.totalPixelCount), white);
+            QVERIFY(white > 0);
+            QCOMPARE(long(w.controller().analysis().roiCensus.totalPixelCount), white);
+        };
+        reveal({30, 20}, {140, 160});
+        const pv::Bitmap* first = w.ui().roiPreview->picture().bitmap.get();
+        reveal({5, 60}, {60, 200});
+        QCOMPARE(w.ui().roiPreview->picture().bitmap.get(), first);
 
         QTest::mouseClick(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget({250, 5}).toPoint());
         QCOMPARE(w.ui().roiPreview->picture().bitmap, plain.bitmap);

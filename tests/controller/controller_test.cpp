@@ -347,7 +347,7 @@ TEST_F(ControllerTest, RevealPaintsACopyAndClearingShowsThePlainImage) {
     EXPECT_TRUE(controller.workingImage().reflectedImageValid());
     EXPECT_EQ(port.shownImages.back().bitmap, image.revealedImage().bitmap);
 
-    // A second reveal starts from a fresh copy.
+    // A second reveal shows the second region alone.
     controller.getSelectionTool(0);
     dragRectangle(controller, {0, 20}, {10, 40});  // only the pure red pixel
     controller.reflectWhitePixels();
