@@ -92,6 +92,14 @@ void BM_RevealFirst(benchmark::State& state) {
     }
 }
 
+pv::BackgroundSettings backgroundSettings(benchmark::State& state) {
+    pv::BackgroundSettings settings;
+    settings.channel = pv::BackgroundChannel(state.range(1));
+    settings.redThreshold = settings.greenThreshold = settings.blueThreshold = 25;
+    return settings;
+}
+
+// The correction alone, in place.
 void BM_RemoveBackground(benchmark::State& state) {
     const auto& img = fluorescenceImage(int(state.range(0)));
     std::optional<pv::Bitmap> work = img.bitmap.copy();
@@ -99,13 +107,30 @@ void BM_RemoveBackground(benchmark::State& state) {
         state.SkipWithError("no memory for the copy");
         return;
     }
-    pv::BackgroundSettings settings;
-    settings.channel = pv::BackgroundChannel(state.range(1));
-    settings.redThreshold = settings.greenThreshold = settings.blueThreshold = 25;
+    const pv::BackgroundSettings settings = backgroundSettings(state);
     for (auto _ : state) {
         pv::removeBackground(work->writableChannels(), settings);
         benchmark::ClobberMemory();
     }
+}
+
+// The correction as the document applies it: into a new picture, which replaces the one
+// corrected (freed unless it is the loaded one).
+void BM_BackgroundCorrection(benchmark::State& state) {
+    pv::WorkingImage document = documentOf(int(state.range(0)));
+    const pv::BackgroundSettings settings = backgroundSettings(state);
+    for (auto _ : state) {
+        if (!document.applyBackgroundCorrection(settings, 0)) {
+            state.SkipWithError("no memory for the corrected picture");
+            return;
+        }
+        benchmark::ClobberMemory();
+    }
+}
+
+// The corrections' cases: all channels and the green one.
+void backgroundCases(benchmark::internal::Benchmark* b) {
+    b->Args({16, 3})->Args({64, 3})->Args({64, 1})->Unit(benchmark::kMillisecond)->UseRealTime();
 }
 
 }  // namespace
@@ -113,9 +138,5 @@ void BM_RemoveBackground(benchmark::State& state) {
 BENCHMARK(BM_RegionRecount)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Reveal)->Arg(16)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_RevealFirst)->Arg(16)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_RemoveBackground)
-    ->Args({16, 3})
-    ->Args({64, 3})
-    ->Args({64, 1})
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
+BENCHMARK(BM_RemoveBackground)->Apply(backgroundCases);
+BENCHMARK(BM_BackgroundCorrection)->Apply(backgroundCases);

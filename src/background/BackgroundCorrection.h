@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "core/ParallelRows.h"
+#include "image/Bitmap.h"
 #include "image/ChannelView.h"
 
 namespace pv {
@@ -74,5 +76,16 @@ void getBackgroundMethod(BackgroundControls& controls, BackgroundSettings& setti
 // workers (0: one per core). False when cancel stopped it (part corrected).
 bool removeBackground(const WritableChannelView& view, const BackgroundSettings& settings,
                       unsigned threads = 0, const CancelHook& cancel = {});
+
+// The same correction written into target, which has source's layout (Bitmap::hasLayoutOf), in
+// the pass that reads source: every byte it does not zero (other channels, alpha, padding) is
+// the source's, whatever target held. False when the layouts differ (nothing written) or
+// cancel stopped it (part written).
+bool removeBackground(const Bitmap& source, Bitmap& target, const BackgroundSettings& settings,
+                      unsigned threads = 0, const CancelHook& cancel = {});
+
+// The same into a new bitmap. Nothing when memory is short or cancel stopped it.
+std::optional<Bitmap> correctedCopy(const Bitmap& source, const BackgroundSettings& settings,
+                                    unsigned threads = 0, const CancelHook& cancel = {});
 
 }  // namespace pv

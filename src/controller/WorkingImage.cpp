@@ -54,12 +54,11 @@ void WorkingImage::load(Picture picture) {
 
 bool WorkingImage::applyBackgroundCorrection(const BackgroundSettings& settings, unsigned threads) {
     if (!current_.isEmpty()) {
-        std::optional<Bitmap> copy = current_.bitmap->copy();
-        if (!copy) {
+        std::optional<Bitmap> corrected = correctedCopy(*current_.bitmap, settings, threads);
+        if (!corrected) {
             return false;
         }
-        removeBackground(copy->writableChannels(), settings, threads);
-        current_ = Picture::at72dpi(std::move(*copy));
+        current_ = Picture::at72dpi(std::move(*corrected));
     }
     imageFileInfo.backgroundCorrected = 1;
     revealShown_ = false;

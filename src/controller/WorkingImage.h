@@ -18,8 +18,8 @@ class WorkingImage {
     // A normalised picture (empty when nothing could be read) becomes both the restore target
     // and the picture under analysis; the view shows it. The reveal is kept, for saving.
     void load(Picture picture);
-    // Thresholds a copy of the picture under analysis, which then becomes it. False when
-    // memory is short; nothing changes then.
+    // Thresholds the picture under analysis into a new picture, which then becomes it. False
+    // when memory is short; nothing changes then.
     bool applyBackgroundCorrection(const BackgroundSettings& settings, unsigned threads);
     // Back to the picture as loaded.
     void restore();
