@@ -13,9 +13,9 @@ namespace pv {
 // padding) is the source's. Whatever target held before does not show through. Rows are split
 // among `threads` workers (0: one per core); the result does not depend on the split. False
 // when the layouts differ or memory is short (nothing written), or cancel stopped it (part
-// written).
+// written). With a mask, pixels outside it keep their own colour.
 bool paintReveal(const Bitmap& source, Bitmap& target, RGBCombo combo, const MinimumLevels& levels,
                  const RegionSelection& selection, const RevealColour& colour, unsigned threads = 0,
-                 const CancelHook& cancel = {});
+                 const CancelHook& cancel = {}, const MaskView& mask = {});
 
 }  // namespace pv

@@ -194,7 +194,7 @@ Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController
                                     std::to_string(picture.pixelsHigh())})};
     }
     const RegionSelection region = currentRegionSelection();
-    const MaskView mask = mask_ ? MaskView{mask_->bitmapData(), mask_->bytesPerRow()} : MaskView{};
+    const MaskView mask = maskView();
     std::vector<CellFields> cells;
     for (const LabelResult& cell :
          analyseLabels(image_.channels(), *labels, analysis_.rgbCombo, analysis_.levels,
@@ -332,7 +332,7 @@ void PixmeraVeltroController::calculateScatterGram() {
         port_.logMessage(kInitializationError);
         return;
     }
-    const MaskView mask = mask_ ? MaskView{mask_->bitmapData(), mask_->bytesPerRow()} : MaskView{};
+    const MaskView mask = maskView();
     if (!stack_.empty()) {
         countStack(mask);
         return;
@@ -590,7 +590,7 @@ void PixmeraVeltroController::reflectWhitePixels() {
     // of the action, whatever happens.
     port_.releaseImage();
     imageShown();
-    if (!image_.reveal(currentRegionSelection(), analysis_, analysisThreads_)) {
+    if (!image_.reveal(currentRegionSelection(), analysis_, analysisThreads_, maskView())) {
         port_.showError(Error{.reason = tr("There is not enough memory to reveal the pixels.")});
         return;
     }

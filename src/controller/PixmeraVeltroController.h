@@ -104,6 +104,9 @@ class PixmeraVeltroController : public PixmeraController {
     void clearMask();
     // One byte a pixel, 0 outside; nothing without a mask.
     const Bitmap* mask() const { return mask_ ? &*mask_ : nullptr; }
+    MaskView maskView() const {
+        return mask_ ? MaskView{mask_->bitmapData(), mask_->bytesPerRow()} : MaskView{};
+    }
     // The result fields of each cell of a label image of the picture's size, as the fields of a
     // picture of only that cell's pixels would read after the actions taken so far (the pair,
     // the corrections, Calculate, the region); inside the mask, when there is one.

@@ -72,7 +72,7 @@ void WorkingImage::restore() {
 }
 
 bool WorkingImage::reveal(const RegionSelection& selection, const AnalysisState& analysis,
-                          unsigned threads) {
+                          unsigned threads, const MaskView& mask) {
     Picture revealed;
     if (!current_.isEmpty()) {
         const Bitmap& source = *current_.bitmap;
@@ -85,7 +85,7 @@ bool WorkingImage::reveal(const RegionSelection& selection, const AnalysisState&
             target = std::make_shared<Bitmap>(std::move(*fresh));
         }
         if (!paintReveal(source, *target, analysis.rgbCombo, analysis.levels, selection,
-                         analysis.revealColour, threads)) {
+                         analysis.revealColour, threads, {}, mask)) {
             return false;
         }
         revealed = Picture::at72dpi(std::move(target));

@@ -27,7 +27,9 @@ class WorkingImage {
     // shows it: over the last revealed picture's memory when nobody else holds that picture
     // and its layout fits, else into a new one. False when memory is short; nothing changes
     // then.
-    bool reveal(const RegionSelection& selection, const AnalysisState& analysis, unsigned threads);
+    // Pixels outside a mask are not revealed.
+    bool reveal(const RegionSelection& selection, const AnalysisState& analysis, unsigned threads,
+                const MaskView& mask = {});
     // Forgets the revealed picture (its memory with it) and shows the picture under analysis.
     void clearReveal();
     // Shows the picture under analysis; a revealed picture is kept for saving.

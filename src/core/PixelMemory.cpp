@@ -2,7 +2,6 @@
 
 #include <sys/mman.h>
 
-#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -109,17 +108,6 @@ void discard(std::uint8_t* start, std::size_t bytes) noexcept {
     if (end > first) {
         madvise(reinterpret_cast<void*>(first), end - first, MADV_DONTNEED);
     }
-}
-
-std::size_t shrink(std::uint8_t* block, std::size_t bytes, std::size_t smaller) noexcept {
-    if (bytes < kMappedFrom) {
-        return bytes;  // from the heap, which cannot give part of a block back
-    }
-    const std::size_t keep = std::max(smaller, kMappedFrom);
-    if (mappedSize(keep) < mappedSize(bytes)) {
-        munmap(block + mappedSize(keep), mappedSize(bytes) - mappedSize(keep));
-    }
-    return keep;
 }
 
 KeepFreedBlocks::KeepFreedBlocks() {

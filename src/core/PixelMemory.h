@@ -18,8 +18,6 @@ void release(std::uint8_t* block, std::size_t bytes) noexcept;
 // The pages wholly inside [start, start + bytes) of a block go back to the system; their bytes
 // read as zero afterwards. For data consumed on the way to somewhere else.
 void discard(std::uint8_t* start, std::size_t bytes) noexcept;
-// Gives back what a block no longer needs past `bytes`; answers the size to release it with.
-std::size_t shrink(std::uint8_t* block, std::size_t bytes, std::size_t smaller) noexcept;
 
 // While one lives, the calling thread keeps the largest block it frees (one at most) and hands
 // it out again for the next request it can hold; the block is returned to the system when the
@@ -68,12 +66,6 @@ class PixelBlock {
         }
         data_ = nullptr;
         bytes_ = 0;
-    }
-    // Keeps the first `bytes` (at most its size) and returns the rest to the system where it can.
-    void shrink(std::size_t bytes) noexcept {
-        if (data_ && bytes < bytes_) {
-            bytes_ = pixel_memory::shrink(data_, bytes_, bytes);
-        }
     }
     std::uint8_t* get() const { return data_; }
     std::size_t size() const { return bytes_; }

@@ -251,8 +251,10 @@ TEST(AnalysisPass, EmptyPictureAndCancelGiveEmptyResults) {
 
 // Brute force: the source's bytes, with the colour written to red, green and blue in turn of
 // each selected pixel (so a grey pixel ends up blue).
+// mask: a byte a pixel, 0 where the pixel is not revealed; empty for every pixel.
 std::vector<std::uint8_t> revealedBytes(const Bitmap& source, const PixelTest& selects,
-                                        const RevealColour& colour) {
+                                        const RevealColour& colour,
+                                        const std::vector<std::uint8_t>& mask = {}) {
     std::vector<std::uint8_t> bytes = test::bytesOf(source);
     const std::uint8_t paint[3] = {colour.redRevealPixelValue, colour.greenRevealPixelValue,
                                    colour.blueRevealPixelValue};
@@ -262,7 +264,8 @@ std::vector<std::uint8_t> revealedBytes(const Bitmap& source, const PixelTest& s
             for (int k = 0; k < 3; ++k) {
                 rgb[k] = source.bitmapData()[test::sampleOffset(source, r, c, k)];
             }
-            for (int k = 0; k < 3 && selects(rgb); ++k) {
+            const bool inside = mask.empty() || mask[std::size_t(r * source.pixelsWide() + c)];
+            for (int k = 0; k < 3 && inside && selects(rgb); ++k) {
                 bytes[test::sampleOffset(source, r, c, k)] = paint[k];
             }
         }
@@ -283,17 +286,24 @@ TEST(Reveal, PaintsExactlyTheSelectedPixels) {
     for (const test::BitmapLayout& layout : test::kBitmapLayouts) {
         const Bitmap source = test::randomBitmap(layout, 41, 27, rng, sample);
         Bitmap reused = test::randomBitmap(layout, 41, 27, rng, sample);
+        // Outside a mask (a third of the pixels) nothing is revealed.
+        std::vector<std::uint8_t> mask(41 * 27);
+        for (auto& m : mask) {
+            m = rng() % 3 == 0 ? 0 : 1;
+        }
         for (int combo = 0; combo < kRGBComboCount; ++combo) {
-            for (int kind : {0, 2, 4}) {
+            for (int kind : {0, 2, 4, 5}) {
                 SCOPED_TRACE(testing::Message()
                              << layout.name << ", pair " << combo << ", region " << kind);
                 const MinimumLevels levels{0, 0, kind};
-                const Region region = randomRegion(rng, kind, combo);
-                const std::vector<std::uint8_t> expected =
-                    revealedBytes(source, region.selects, colour);
+                const Region region = randomRegion(rng, kind % 5, combo);
+                const bool masked = kind == 5;
+                const std::vector<std::uint8_t> expected = revealedBytes(
+                    source, region.selects, colour, masked ? mask : std::vector<std::uint8_t>{});
                 for (unsigned threads : {1u, 3u}) {
                     ASSERT_TRUE(paintReveal(source, reused, RGBCombo(combo), levels,
-                                            region.selection, colour, threads));
+                                            region.selection, colour, threads, {},
+                                            masked ? MaskView{mask.data(), 41} : MaskView{}));
                     EXPECT_EQ(test::bytesOf(reused), expected) << threads << " threads";
                 }
             }

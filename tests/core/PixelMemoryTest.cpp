@@ -54,21 +54,5 @@ TEST(PixelMemory, AKeepingThreadReusesItsLastFreedBlock) {
     }
 }
 
-// Shrinking keeps the first bytes and the block stays usable and releasable.
-TEST(PixelMemory, ShrinkingKeepsTheFirstBytes) {
-    for (const std::size_t bytes : {512 * std::size_t(1024), 12 * kMB}) {
-        PixelBlock b = PixelBlock::allocate(bytes, false);
-        ASSERT_TRUE(b);
-        for (std::size_t i = 0; i < bytes; ++i) {
-            b.get()[i] = std::uint8_t(i * 31);
-        }
-        b.shrink(bytes / 3);
-        EXPECT_GE(b.size(), bytes / 3);
-        for (std::size_t i = 0; i < bytes / 3; ++i) {
-            ASSERT_EQ(b.get()[i], std::uint8_t(i * 31)) << i;
-        }
-    }
-}
-
 }  // namespace
 }  // namespace pv
