@@ -28,66 +28,74 @@ std::optional<Error> checkChannel(const ChannelSource& source, const Picture& pi
 
 Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, ChannelPlaces into,
                                 const ReadOptions& options) {
-    const auto onPage = [&](const ChannelSource& source) {
-        ReadOptions o = options;
-        o.page = source.page;
-        return o;
-    };
-    std::array<Result<Picture>, 2> read = {readImageFile(y.path, onPage(y)),
-                                           readImageFile(x.path, onPage(x))};
-    const std::array<const ChannelSource*, 2> sources = {&y, &x};
-    for (std::size_t i = 0; i < 2; ++i) {
-        if (!read[i]) {
-            return read[i].error();
-        }
-        if (auto error = checkChannel(*sources[i], *read[i])) {
-            return *error;
-        }
-    }
-    // Each 16-bit file was scaled by its own brightest sample; read again at the common scale
-    // the one whose brightest was lower.
-    if (read[0]->sixteenBitTop && read[1]->sixteenBitTop && !options.sixteenBitTop &&
-        options.depthBits <= 0 && *read[0]->sixteenBitTop != *read[1]->sixteenBitTop) {
-        const std::size_t dimmer = *read[0]->sixteenBitTop < *read[1]->sixteenBitTop ? 0 : 1;
-        ReadOptions common = onPage(*sources[dimmer]);
-        common.sixteenBitTop = std::max(*read[0]->sixteenBitTop, *read[1]->sixteenBitTop);
-        read[dimmer] = readImageFile(sources[dimmer]->path, common);
-        if (!read[dimmer]) {
-            return read[dimmer].error();
-        }
-    }
-    const Picture& py = *read[0];
-    const Picture& px = *read[1];
-    if (py.pixelsWide() != px.pixelsWide() || py.pixelsHigh() != px.pixelsHigh()) {
-        return Error{x.path, tr("this picture is %1 pixels but %2 is %3: the two channels must "
-                                "be the same size",
-                                {sizeText(px), y.path, sizeText(py)})};
-    }
     if (into.y == into.x || std::min(into.y, into.x) < 0 || std::max(into.y, into.x) > 2) {
         return Error{{}, tr("the two channels must go into two different colour channels")};
     }
-    std::optional<Bitmap> out =
-        Bitmap::create(py.pixelsWide(), py.pixelsHigh(), 3, false, false, 0, true);
-    if (!out) {
-        return Error{y.path, tr("there is not enough memory to open the picture (%1 pixels)",
-                                {sizeText(py)})};
-    }
-    const ChannelView from[2] = {py.bitmap->channels(), px.bitmap->channels()};
-    const int fromChannel[2] = {y.channel.value_or(0), x.channel.value_or(0)};
-    const int toChannel[2] = {into.y, into.x};
-    for (int r = 0; r < out->pixelsHigh(); ++r) {
-        std::uint8_t* row = out->row(0, r);
-        for (int i = 0; i < 2; ++i) {
-            for (std::int64_t c = 0; c < from[i].width; ++c) {
-                row[3 * c + toChannel[i]] = *from[i].sample(fromChannel[i], r, c);
+    const std::array<const ChannelSource*, 2> sources = {&y, &x};
+    const std::array<int, 2> places = {into.y, into.x};
+    std::optional<Bitmap> out;
+    Size size;
+    std::array<std::optional<std::uint32_t>, 2> tops;
+    // Each file in turn into its place, so that no more than one is held decoded besides the
+    // result: a stack's slices are read this way one after another.
+    const auto take = [&](std::size_t i, ReadOptions reading) -> std::optional<Error> {
+        const ChannelSource& source = *sources[i];
+        reading.page = source.page;
+        Result<Picture> read = readImageFile(source.path, reading);
+        if (!read) {
+            return read.error();
+        }
+        if (auto error = checkChannel(source, *read)) {
+            return error;
+        }
+        if (!out) {
+            out = Bitmap::create(read->pixelsWide(), read->pixelsHigh(), 3, false, false, 0, true);
+            if (!out) {
+                return Error{source.path,
+                             tr("there is not enough memory to open the picture (%1 pixels)",
+                                {sizeText(*read)})};
             }
+            size = read->size;
+        } else if (read->pixelsWide() != out->pixelsWide() ||
+                   read->pixelsHigh() != out->pixelsHigh()) {
+            return Error{source.path,
+                         tr("this picture is %1 pixels but %2 is %3: the two channels must be "
+                            "the same size",
+                            {sizeText(*read), y.path,
+                             std::to_string(out->pixelsWide()) + " x " +
+                                 std::to_string(out->pixelsHigh())})};
+        }
+        const ChannelView from = read->bitmap->channels();
+        const int channel = source.channel.value_or(0);
+        const std::size_t place = std::size_t(places[i]);
+        for (int r = 0; r < out->pixelsHigh(); ++r) {
+            std::uint8_t* row = out->row(0, r) + place;
+            for (std::int64_t c = 0; c < from.width; ++c) {
+                row[3 * c] = *from.sample(channel, r, c);
+            }
+        }
+        tops[i] = read->sixteenBitTop;
+        return std::nullopt;
+    };
+    for (std::size_t i = 0; i < 2; ++i) {
+        if (auto error = take(i, options)) {
+            return *error;
+        }
+    }
+    // Each 16-bit file was scaled by its own brightest sample; the one whose brightest was lower
+    // is read again at the brighter one's scale.
+    if (tops[0] && tops[1] && *tops[0] != *tops[1] && !options.sixteenBitTop &&
+        options.depthBits <= 0) {
+        ReadOptions common = options;
+        common.sixteenBitTop = std::max(*tops[0], *tops[1]);
+        if (auto error = take(*tops[0] < *tops[1] ? 0 : 1, common)) {
+            return *error;
         }
     }
     Picture picture = Picture::at72dpi(std::move(*out));
-    picture.size = py.size;
-    if (py.sixteenBitTop || px.sixteenBitTop) {
-        picture.sixteenBitTop =
-            std::max(py.sixteenBitTop.value_or(0), px.sixteenBitTop.value_or(0));
+    picture.size = size;
+    if (tops[0] || tops[1]) {
+        picture.sixteenBitTop = std::max(tops[0].value_or(0), tops[1].value_or(0));
     }
     return picture;
 }
