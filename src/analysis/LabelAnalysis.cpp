@@ -50,8 +50,9 @@ struct RunSource {
     const std::uint8_t* inside;  // the mask's row, when there is one
     std::ptrdiff_t step;
     const std::uint32_t* thirdLut;
-    const std::uint8_t* classOfBin;
-    const std::uint8_t* selected;  // the region's bins, when there is one
+    const std::uint64_t* classWords;  // a bin's class as a byte lane, with the signal lane
+    const std::uint64_t* pairWords;   // X, Y and the colocalised X and Y in 16-bit lanes
+    const std::uint8_t* selected;     // the region's bins, when there is one
 };
 
 // Sums the pixels begin..end of a row into run, without a branch per pixel. Within 255 pixels
@@ -75,11 +76,8 @@ void sumRun(const RunSource& src, std::int64_t begin, std::int64_t end, Totals& 
             const std::uint32_t bin =
                 src.thirdLut[src.ts[o]] | std::uint32_t(y) << 8 | std::uint32_t(x);
             // Y where X > 0 and X where Y > 0, each in its lane.
-            const std::uint64_t coloc =
-                (y & -std::uint64_t(x != 0)) << 32 | (x & -std::uint64_t(y != 0)) << 48;
-            const std::uint64_t pixel = x | y << 16 | coloc;
-            const std::uint64_t classBit =
-                std::uint64_t(1) << (8u * src.classOfBin[bin]) | std::uint64_t((x | y) != 0) << 56;
+            const std::uint64_t pixel = src.pairWords[bin & 0xffff];
+            const std::uint64_t classBit = src.classWords[bin];
             linear += pixel & keep;
             squares += (x * x | y * y << 32) & keep;
             products += x * y & keep;
@@ -136,14 +134,20 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
     const std::uint32_t most = std::min(
         kMostLabels,
         labels.labels.empty() ? 0u : *std::max_element(labels.labels.begin(), labels.labels.end()));
-    // A pixel's class and whether the region takes it both follow from its bin.
-    std::vector<std::uint8_t> classOfBin(PairHistogram::kBins);
+    // What a pixel adds to the packed lanes follows from its bin, so it is looked up.
+    std::vector<std::uint64_t> classWords(PairHistogram::kBins), pairWords(256 * 256);
     for (int t = 0; t < PairHistogram::kThirdStates; ++t) {
-        for (int y = 0; y < 256; ++y) {
-            for (int x = 0; x < 256; ++x) {
-                classOfBin[PairHistogram::binOf(t, y, x)] =
-                    std::uint8_t(censusClassOfBin(combo, levels, t, y, x));
+        for (std::uint64_t y = 0; y < 256; ++y) {
+            for (std::uint64_t x = 0; x < 256; ++x) {
+                const int k = int(censusClassOfBin(combo, levels, t, int(y), int(x)));
+                classWords[PairHistogram::binOf(t, int(y), int(x))] =
+                    std::uint64_t(1) << (8 * k) | std::uint64_t((x | y) != 0) << 56;
             }
+        }
+    }
+    for (std::uint64_t y = 0; y < 256; ++y) {
+        for (std::uint64_t x = 0; x < 256; ++x) {
+            pairWords[y << 8 | x] = x | y << 16 | (x != 0 ? y : 0) << 32 | (y != 0 ? x : 0) << 48;
         }
     }
     const ChannelPair pair = channelPairFor(combo);
@@ -173,8 +177,15 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
                     continue;
                 }
                 Totals run;
-                const RunSource source{
-                    ys, xs, ts, inside, step, thirdLut.data(), classOfBin.data(), selected};
+                const RunSource source{ys,
+                                       xs,
+                                       ts,
+                                       inside,
+                                       step,
+                                       thirdLut.data(),
+                                       classWords.data(),
+                                       pairWords.data(),
+                                       selected};
                 if (inside) {
                     selected ? sumRun<true, true>(source, c, e, run)
                              : sumRun<true, false>(source, c, e, run);
