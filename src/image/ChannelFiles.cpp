@@ -41,6 +41,7 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
     const auto take = [&](std::size_t i, ReadOptions reading) -> std::optional<Error> {
         const ChannelSource& source = *sources[i];
         reading.page = source.page;
+        reading.keepGrey = true;  // only one channel of it is wanted
         Result<Picture> read = readImageFile(source.path, reading);
         if (!read) {
             return read.error();

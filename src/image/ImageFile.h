@@ -30,6 +30,9 @@ struct ReadOptions {
     std::optional<std::uint32_t> sixteenBitTop = std::nullopt;
     // The page of a multi-page TIFF file to read, from 0; other files have only page 0.
     std::uint32_t page = 0;
+    // A grey TIFF picture may be given as one sample a pixel instead of three alike, for
+    // readers that take a single channel from it.
+    bool keepGrey = false;
 };
 
 // Decodes the first picture of an image file, chosen by content. The bitmap keeps the file's

@@ -196,9 +196,10 @@ void writeRun(const TiffLayout& t, const RowRun& run, Bitmap& out) {
         std::memcpy(dst, run.data, std::size_t(run.n) * std::size_t(outSamples));
         return;
     }
+    const int colourSamples = std::min(outSamples, 3);  // a grey bitmap may keep just one
     for (std::uint32_t i = 0; i < run.n; ++i, dst += outSamples) {
         const std::size_t first = std::size_t(i) * std::size_t(t.samples);
-        for (int k = 0; k < 3; ++k) {
+        for (int k = 0; k < colourSamples; ++k) {
             const int from = t.colour == Colour::RGB ? k : 0;
             dst[k] = levelTo8(t, colourSampleAt(t, run.data, first + std::size_t(from)), k);
         }
@@ -610,9 +611,11 @@ struct EightBitSink {
     std::uint64_t rowBytes;
 
     std::uint8_t* direct(const Block& b) const {
-        const bool same = t.bits == 8 && t.colour == Colour::RGB &&
-                          (t.planar || t.samples == out.samplesPerPixel()) &&
-                          rowBytes == std::uint64_t(out.bytesPerRow());
+        const bool rgb =
+            t.colour == Colour::RGB && (t.planar || t.samples == out.samplesPerPixel());
+        const bool grey = t.colour == Colour::Grey && !t.minIsWhite && out.samplesPerPixel() == 1;
+        const bool same =
+            t.bits == 8 && (rgb || grey) && rowBytes == std::uint64_t(out.bytesPerRow());
         return same ? out.row(t.planar ? b.plane : 0, int(b.y0)) : nullptr;
     }
     void rows(const RowRun& run, unsigned) const {
@@ -749,7 +752,8 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
     t.page = reading.page;
     const bool planar = t.planar && t.samples > 1;
     t.planar = planar;
-    const int outSamples = t.alpha ? 4 : 3;
+    const bool oneSample = reading.keepGrey && t.colour == Colour::Grey && !t.alpha;
+    const int outSamples = oneSample ? 1 : t.alpha ? 4 : 3;
     Blocks blocks;
     if (auto error = readable(tif.get(), t, fileSize, outSamples, planar, blocks)) {
         return *error;
