@@ -56,28 +56,6 @@ bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& le
 // The image census, exactly as a pixel-by-pixel count would give it.
 PixelCensus censusOf(const PairHistogram& histogram);
 
-// Calls visit(y, x, count) for every (Y, X) pair that occurs, whatever the third channel, with
-// the number of pixels that have it; an empty histogram has none.
-template <class Visit>
-void forEachOccurringPair(const PairHistogram& histogram, Visit&& visit) {
-    if (histogram.counts.size() != std::size_t(PairHistogram::kBins)) {
-        return;
-    }
-    const std::uint64_t* c0 = histogram.counts.data();
-    const std::uint64_t* c1 = c0 + PairHistogram::binOf(1, 0, 0);
-    const std::uint64_t* c2 = c0 + PairHistogram::binOf(2, 0, 0);
-    const bool state2 = histogram.occurringThirdStates() > 2;
-    for (int y = 0; y < 256; ++y) {
-        for (int x = 0; x < 256; ++x) {
-            const std::size_t b = PairHistogram::binOf(0, y, x);
-            const std::uint64_t k = c0[b] + c1[b] + (state2 ? c2[b] : 0);
-            if (k != 0) {  // most pairs never occur
-                visit(y, x, k);
-            }
-        }
-    }
-}
-
 // Adds `count` pixels of the pair (y, x) to the sums: (0, 0) pixels count in none of them.
 inline void addToPairSums(PairSums& s, std::int64_t y, std::int64_t x, std::uint64_t count) {
     const std::int64_t k = std::int64_t(count);
