@@ -50,9 +50,14 @@ struct RunSource {
     const std::uint8_t* inside;  // the mask's row, when there is one
     std::ptrdiff_t step;
     const std::uint32_t* thirdLut;
-    const std::uint64_t* classWords;  // a bin's class as a byte lane, with the signal lane
-    const std::uint64_t* pairWords;   // X, Y and the colocalised X and Y in 16-bit lanes
-    const std::uint8_t* selected;     // the region's bins, when there is one
+    // A pixel's class as a byte lane, with the lane of pixels with signal, by the states of its
+    // three samples (third * 9 + Y * 3 + X): small tables that stay in the nearest cache.
+    const std::uint64_t* classWords;
+    const std::uint8_t* thirdState;
+    const std::uint8_t* yState;
+    const std::uint8_t* xState;
+    const std::uint64_t* pairWords;  // X, Y and the colocalised X and Y in 16-bit lanes
+    const std::uint8_t* selected;    // the region's bins, when there is one
 };
 
 // Sums the pixels begin..end of a row into run, without a branch per pixel. Within 255 pixels
@@ -77,7 +82,8 @@ void sumRun(const RunSource& src, std::int64_t begin, std::int64_t end, Totals& 
                 src.thirdLut[src.ts[o]] | std::uint32_t(y) << 8 | std::uint32_t(x);
             // Y where X > 0 and X where Y > 0, each in its lane.
             const std::uint64_t pixel = src.pairWords[bin & 0xffff];
-            const std::uint64_t classBit = src.classWords[bin];
+            const std::uint64_t classBit =
+                src.classWords[src.thirdState[src.ts[o]] + src.yState[y] + src.xState[x]];
             linear += pixel & keep;
             squares += (x * x | y * y << 32) & keep;
             products += x * y & keep;
@@ -135,22 +141,36 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
         kMostLabels,
         labels.labels.empty() ? 0u : *std::max_element(labels.labels.begin(), labels.labels.end()));
     // What a pixel adds to the packed lanes follows from its bin, so it is looked up.
-    std::vector<std::uint64_t> classWords(PairHistogram::kBins), pairWords(256 * 256);
-    for (int t = 0; t < PairHistogram::kThirdStates; ++t) {
-        for (std::uint64_t y = 0; y < 256; ++y) {
-            for (std::uint64_t x = 0; x < 256; ++x) {
-                const int k = int(censusClassOfBin(combo, levels, t, int(y), int(x)));
-                classWords[PairHistogram::binOf(t, int(y), int(x))] =
-                    std::uint64_t(1) << (8 * k) | std::uint64_t((x | y) != 0) << 56;
+    const ChannelPair pair = channelPairFor(combo);
+    std::array<std::uint8_t, 256> thirdState{}, yState{}, xState{};
+    std::array<int, 3> ySample{}, xSample{};  // a sample of each state
+    for (int v = 255; v >= 0; --v) {
+        const int t = censusLevelState(v, levels.of(pair.third));
+        const int sy = censusLevelState(v, levels.of(pair.y));
+        const int sx = censusLevelState(v, levels.of(pair.x));
+        thirdState[std::size_t(v)] = std::uint8_t(9 * t);
+        yState[std::size_t(v)] = std::uint8_t(3 * sy);
+        xState[std::size_t(v)] = std::uint8_t(sx);
+        ySample[std::size_t(sy)] = v;
+        xSample[std::size_t(sx)] = v;
+    }
+    std::array<std::uint64_t, 27> classWords{};
+    for (int t = 0; t < 3; ++t) {
+        for (int sy = 0; sy < 3; ++sy) {
+            for (int sx = 0; sx < 3; ++sx) {
+                const int k = int(censusClassOfBin(combo, levels, t, ySample[std::size_t(sy)],
+                                                   xSample[std::size_t(sx)]));
+                classWords[std::size_t(9 * t + 3 * sy + sx)] =
+                    std::uint64_t(1) << (8 * k) | std::uint64_t(sy != 0 || sx != 0) << 56;
             }
         }
     }
+    std::vector<std::uint64_t> pairWords(256 * 256);
     for (std::uint64_t y = 0; y < 256; ++y) {
         for (std::uint64_t x = 0; x < 256; ++x) {
             pairWords[y << 8 | x] = x | y << 16 | (x != 0 ? y : 0) << 32 | (y != 0 ? x : 0) << 48;
         }
     }
-    const ChannelPair pair = channelPairFor(combo);
     const std::array<std::uint32_t, 256> thirdLut = thirdStateBinOffsets(combo, levels);
     const unsigned workers = workersFor(view.height, view.width, threads);
     std::vector<std::vector<Totals>> perWorker(workers, std::vector<Totals>(std::size_t(most) + 1));
@@ -184,6 +204,9 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
                                        step,
                                        thirdLut.data(),
                                        classWords.data(),
+                                       thirdState.data(),
+                                       yState.data(),
+                                       xState.data(),
                                        pairWords.data(),
                                        selected};
                 if (inside) {
