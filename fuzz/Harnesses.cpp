@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -70,6 +71,20 @@ void touchEveryByte(const Picture& picture) {
     (void)keep;
 }
 
+bool samePixels(const Bitmap& a, const Bitmap& b) {
+    if (!a.hasLayoutOf(b)) {
+        return false;
+    }
+    for (int k = 0; k < a.numberOfPlanes(); ++k) {
+        for (int y = 0; y < a.pixelsHigh(); ++y) {
+            if (std::memcmp(a.row(k, y), b.row(k, y), std::size_t(a.bytesPerRow())) != 0) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
 int decoded(const Result<Picture>& picture) {
     if (picture && !picture->isEmpty()) {
         touchEveryByte(*picture);
@@ -128,8 +143,31 @@ int wholeRoad(const std::uint8_t* data, std::size_t size) {
     return 0;
 }
 
+// Every TIFF is also read with its strips or tiles shared between two workers (each with its
+// own handle), as large compressed files are, and as a grey picture of one sample a pixel, as
+// a stack's pages are: the results must be those of the one plain reading.
 int tiffDecoder(const std::uint8_t* data, std::size_t size) {
-    return decoded(decode::decodeTiff(scratch(data, size), size, ReadOptions{}));
+    const std::string& path = scratch(data, size);
+    const Result<Picture> plain = decode::decodeTiff(path, size, ReadOptions{.threads = 1});
+    decoded(plain);
+    const Result<Picture> shared = decode::decodeTiff(path, size, ReadOptions{.threads = 2});
+    if (plain.ok() != shared.ok() || (plain.ok() && !samePixels(*plain->bitmap, *shared->bitmap))) {
+        std::fprintf(stderr, "pv-fuzz: two workers read the TIFF otherwise than one\n");
+        std::abort();
+    }
+    const Result<Picture> grey = decode::decodeTiff(path, size, ReadOptions{.keepGrey = true});
+    if (plain.ok() && grey.ok() && grey->bitmap->samplesPerPixel() == 1) {
+        const ChannelView a = plain->bitmap->channels(), b = grey->bitmap->channels();
+        for (std::int64_t r = 0; r < a.height; ++r) {
+            for (std::int64_t c = 0; c < a.width; ++c) {
+                if (*a.sample(0, r, c) != *b.sample(0, r, c)) {
+                    std::fprintf(stderr, "pv-fuzz: a grey TIFF read as one sample differs\n");
+                    std::abort();
+                }
+            }
+        }
+    }
+    return 0;
 }
 
 int jpegDecoder(const std::uint8_t* data, std::size_t size) {

@@ -339,7 +339,6 @@ const char* decodeBlocks(TIFF* first, const std::string& path, const TiffLayout&
             TIFF* tif = first;
             if (w > 0) {
                 if (!handles[w]) {
-                    workerNews[w].readingPixels = true;
                     handles[w] = openTiff(path, workerNews[w]);
                     if (!handles[w] ||
                         (t.page > 0 && !TIFFSetDirectory(handles[w].get(), tdir_t(t.page))) ||
@@ -347,6 +346,8 @@ const char* decodeBlocks(TIFF* first, const std::string& path, const TiffLayout&
                         handles[w].reset();
                         return fail(kDamaged);
                     }
+                    // As for the caller's handle, only warnings about pixels count.
+                    workerNews[w].readingPixels = true;
                 }
                 tif = handles[w].get();
             }
