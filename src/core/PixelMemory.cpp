@@ -36,8 +36,11 @@ std::uint8_t* map(std::size_t bytes) {
     if (tail > 0) {
         munmap(aligned + size, tail);
     }
-    // Only advice: where huge pages are off, ordinary pages serve as before.
+    // Only advice: where huge pages are off, or the system has no such advice, ordinary pages
+    // serve as before.
+#ifdef MADV_HUGEPAGE
     madvise(aligned, size, MADV_HUGEPAGE);
+#endif
     return aligned;
 }
 
