@@ -9,8 +9,8 @@ namespace pv {
 
 namespace {
 
-std::string sizeText(const Picture& p) {
-    return std::to_string(p.pixelsWide()) + " x " + std::to_string(p.pixelsHigh());
+std::string sizeText(std::int64_t wide, std::int64_t high) {
+    return std::to_string(wide) + " x " + std::to_string(high);
 }
 
 // The sample of the source's channel, from a decoded picture (whose grey is in all three).
@@ -54,7 +54,7 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
             if (!out) {
                 return Error{source.path,
                              tr("there is not enough memory to open the picture (%1 pixels)",
-                                {sizeText(*read)})};
+                                {sizeText(read->pixelsWide(), read->pixelsHigh())})};
             }
             size = read->size;
         } else if (read->pixelsWide() != out->pixelsWide() ||
@@ -62,9 +62,8 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
             return Error{source.path,
                          tr("this picture is %1 pixels but %2 is %3: the two channels must be "
                             "the same size",
-                            {sizeText(*read), y.path,
-                             std::to_string(out->pixelsWide()) + " x " +
-                                 std::to_string(out->pixelsHigh())})};
+                            {sizeText(read->pixelsWide(), read->pixelsHigh()), y.path,
+                             sizeText(out->pixelsWide(), out->pixelsHigh())})};
         }
         const ChannelView from = read->bitmap->channels();
         const int channel = source.channel.value_or(0);
