@@ -101,8 +101,23 @@ void takePngRow(PngJob& job, int pass, png_uint_32 passRow, png_uint_32 cols, co
     const auto column = [&](png_uint_32 col) {
         return job.interlaced ? PNG_COL_FROM_PASS_COL(col, pass) : col;
     };
+    // Plain 16-bit colour rows, the common case, in loops simple enough to be vectorised.
+    const bool plainColour = bytes == 2 && !alpha && !job.interlaced;
+    const auto bigEndian = [&](std::size_t i) {
+        std::uint16_t v;
+        std::memcpy(&v, src + 2 * i, 2);
+        return std::uint16_t(v << 8 | v >> 8);
+    };
     if (job.raw16) {
         std::uint8_t* dst = job.raw16 + std::size_t(y) * job.raw16Row;
+        if (plainColour && src == dst) {
+            std::uint16_t top = 0;
+            for (std::size_t i = 0, n = std::size_t(cols) * colours; i < n; ++i) {
+                top = std::max(top, bigEndian(i));
+            }
+            job.max = std::max<std::uint32_t>(job.max, top);
+            return;
+        }
         for (png_uint_32 col = 0; col < cols; ++col) {
             for (int c = 0; c < colours; ++c) {
                 job.max = std::max(job.max, at(col, c));
@@ -119,6 +134,12 @@ void takePngRow(PngJob& job, int pass, png_uint_32 passRow, png_uint_32 cols, co
         return;  // decoded in place
     }
     const int outSamples = job.out->samplesPerPixel();
+    if (plainColour && outSamples == colours) {
+        for (std::size_t i = 0, n = std::size_t(cols) * colours; i < n; ++i) {
+            dst[i] = job.lut16[bigEndian(i)];
+        }
+        return;
+    }
     for (png_uint_32 col = 0; col < cols; ++col) {
         std::uint8_t* px = dst + std::size_t(column(col)) * std::size_t(outSamples);
         for (int c = 0; c < colours; ++c) {
