@@ -70,12 +70,12 @@ void BM_LabelAnalysis(benchmark::State& state) {
     const auto& img = fluorescenceImage(int(state.range(0)));
     const int w = img.bitmap.pixelsWide(), h = img.bitmap.pixelsHigh();
     const int side = w / 71;
-    pv::LabelImage labels{w, h, std::vector<std::uint32_t>(std::size_t(w) * std::size_t(h))};
+    pv::LabelImage labels{w, h, std::vector<std::uint16_t>(std::size_t(w) * std::size_t(h))};
     for (int r = 0; r < h; ++r) {
         for (int c = 0; c < w; ++c) {
             const bool gap = r % side < 2 || c % side < 2;
             labels.labels[std::size_t(r) * std::size_t(w) + std::size_t(c)] =
-                gap ? 0 : std::uint32_t(std::min(r / side, 70) * 71 + std::min(c / side, 70) + 1);
+                gap ? 0 : std::uint16_t(std::min(r / side, 70) * 71 + std::min(c / side, 70) + 1);
         }
     }
     const pv::RegionSelection region =

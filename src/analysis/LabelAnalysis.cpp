@@ -137,9 +137,6 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
     if (view.isEmpty() || labels.wide != view.width || labels.high != view.height) {
         return {};
     }
-    const std::uint32_t most = std::min(
-        kMostLabels,
-        labels.labels.empty() ? 0u : *std::max_element(labels.labels.begin(), labels.labels.end()));
     // What a pixel adds to the packed lanes follows from its bin, so it is looked up.
     const ChannelPair pair = channelPairFor(combo);
     std::array<std::uint8_t, 256> thirdState{}, yState{}, xState{};
@@ -173,13 +170,14 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
     }
     const std::array<std::uint32_t, 256> thirdLut = thirdStateBinOffsets(combo, levels);
     const unsigned workers = workersFor(view.height, view.width, threads);
-    std::vector<std::vector<Totals>> perWorker(workers, std::vector<Totals>(std::size_t(most) + 1));
+    // Each worker's totals grow to the highest label it meets, which saves a pass to find it.
+    std::vector<std::vector<Totals>> perWorker(workers);
     const std::uint8_t* selected = region ? region->bins.data() : nullptr;
     forEachRowBlock(view.height, workers, [&](unsigned w, std::int64_t begin, std::int64_t end) {
         std::vector<Totals>& totals = perWorker[w];
         const std::ptrdiff_t step = view.pixelStride;
         for (std::int64_t r = begin; r < end; ++r) {
-            const std::uint32_t* cell = labels.labels.data() + r * labels.wide;
+            const std::uint16_t* cell = labels.labels.data() + r * labels.wide;
             const std::uint8_t* inside = mask.isWhole() ? nullptr : mask.data + r * mask.rowStride;
             const std::uint8_t* ys = view.sample(pair.y, r, 0);
             const std::uint8_t* xs = view.sample(pair.x, r, 0);
@@ -187,14 +185,17 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
             // Cells lie in runs along a row: each run is summed in locals, without a branch per
             // pixel, and added to its cell's totals once.
             for (std::int64_t c = 0; c < view.width;) {
-                const std::uint32_t label = cell[c];
+                const std::uint16_t label = cell[c];
                 std::int64_t e = c + 1;
                 while (e < view.width && cell[e] == label) {
                     ++e;
                 }
-                if (label == 0 || label > most) {
+                if (label == 0) {
                     c = e;
                     continue;
+                }
+                if (label >= totals.size()) {
+                    totals.resize(std::size_t(label) + 1);
                 }
                 Totals run;
                 const RunSource source{ys,
@@ -222,15 +223,21 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
         }
     });
     std::vector<LabelResult> results;
-    for (std::uint32_t label = 1; label <= most; ++label) {
+    std::size_t most = 0;
+    for (const std::vector<Totals>& totals : perWorker) {
+        most = std::max(most, totals.size());
+    }
+    for (std::size_t label = 1; label < most; ++label) {
         Totals all;
         for (const std::vector<Totals>& totals : perWorker) {
-            add(all, totals[label]);
+            if (label < totals.size()) {
+                add(all, totals[label]);
+            }
         }
         if (all.pixels == 0) {
             continue;
         }
-        results.push_back({label, censusOf(all.classes, all.pixels), all.sums,
+        results.push_back({std::uint32_t(label), censusOf(all.classes, all.pixels), all.sums,
                            censusOf(all.roiClasses, all.roiPixels), all.roiSums});
     }
     return results;

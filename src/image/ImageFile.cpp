@@ -202,11 +202,6 @@ Result<LabelImage> readLabelImage(const std::string& path) {
     if (!read) {
         return Error{path, read.error().reason};
     }
-    const auto most = std::max_element(read->labels.begin(), read->labels.end());
-    if (most != read->labels.end() && *most > kMostLabels) {
-        return Error{path, tr("the label image holds label %1; at most %2 cells can be analysed",
-                              {std::to_string(*most), std::to_string(kMostLabels)})};
-    }
     return read;
 }
 

@@ -13,7 +13,7 @@ namespace pv {
 struct LabelImage {
     int wide = 0;
     int high = 0;
-    std::vector<std::uint32_t> labels;
+    std::vector<std::uint16_t> labels;  // kMostLabels fits, and half the bytes of a pass
 };
 
 // The most labels a label image may hold: each becomes a row of results.

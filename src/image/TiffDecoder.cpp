@@ -757,19 +757,22 @@ std::optional<Error> readable(TIFF* tif, const TiffLayout& t, std::uint64_t file
 // Label samples go into the label image as they are.
 struct LabelSink {
     const TiffLayout& t;
-    std::uint32_t* labels;
+    std::uint16_t* labels;
     std::uint64_t rowBytes;
+    std::uint32_t* most;  // the highest label read, checked before it is cut to 16 bits
 
     std::uint8_t* direct(const Block& b) const {
-        const bool same = t.bits == 32 && rowBytes == std::uint64_t(t.wide) * 4;
+        const bool same = t.bits == 16 && rowBytes == std::uint64_t(t.wide) * 2;
         return same ? reinterpret_cast<std::uint8_t*>(labels + std::size_t(b.y0) * t.wide)
                     : nullptr;
     }
     void rows(const RowRun& run, unsigned) const {
-        std::uint32_t* dst = labels + std::size_t(run.y) * t.wide + run.x0;
+        std::uint16_t* dst = labels + std::size_t(run.y) * t.wide + run.x0;
         if (reinterpret_cast<const std::uint8_t*>(dst) != run.data) {
             for (std::uint32_t i = 0; i < run.n; ++i) {
-                dst[i] = sampleAt(run.data, i, t.bits);
+                const std::uint32_t label = sampleAt(run.data, i, t.bits);
+                *most = std::max(*most, label);
+                dst[i] = std::uint16_t(label);
             }
         }
     }
@@ -790,7 +793,7 @@ Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileS
         return failure(kNotLabels);
     }
     Blocks blocks;
-    if (auto error = readable(tif.get(), t, fileSize, 4, false, blocks)) {
+    if (auto error = readable(tif.get(), t, fileSize, 2, false, blocks)) {
         return *error;
     }
     LabelImage out;
@@ -802,12 +805,17 @@ Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileS
         return failure(kNoMemory);
     }
     news.readingPixels = true;
-    LabelSink sink{t, out.labels.data(), blocks.rowBytes};
+    std::uint32_t most = 0;
+    LabelSink sink{t, out.labels.data(), blocks.rowBytes, &most};
     if (const char* why = decodeBlocks(tif.get(), path, t, blocks, 1, news, sink)) {
         return failure(news.noMemory ? kNoMemory : why);
     }
     if (news.guessed) {
         return failure(kDamaged);
+    }
+    if (most > kMostLabels) {
+        return failure("the label image holds label %1; at most %2 cells can be analysed",
+                       {std::to_string(most), std::to_string(kMostLabels)});
     }
     return out;
 }

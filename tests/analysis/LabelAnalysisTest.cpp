@@ -52,14 +52,14 @@ void expectLikeItsOwnPicture(const LabelResult& cell, const std::vector<std::uin
 TEST(LabelAnalysis, EachCellAsAPictureOfItsOwnPixels) {
     std::mt19937 rng(7);
     const int w = 41, h = 29;
-    LabelImage labels{w, h, std::vector<std::uint32_t>(std::size_t(w * h))};
+    LabelImage labels{w, h, std::vector<std::uint16_t>(std::size_t(w * h))};
     for (int r = 0; r < h; ++r) {
         for (int c = 0; c < w; ++c) {
             // Bands of 5 columns by rows of 10, numbered sparsely; band 3 of a row shares its
             // label with band 0 of the same row, so that cell is in two pieces.
             const int band = c / 5, rows = r / 10;
-            const std::uint32_t label =
-                band % 4 == 2 ? 0 : std::uint32_t(rows * 100 + band % 3 * 7 + 1);
+            const std::uint16_t label =
+                band % 4 == 2 ? 0 : std::uint16_t(rows * 100 + band % 3 * 7 + 1);
             labels.labels[std::size_t(r * w + c)] = label;
         }
     }
