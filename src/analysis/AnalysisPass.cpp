@@ -63,14 +63,4 @@ void summariseHistogram(const PairHistogram& histogram, AnalysisState& state,
     }
 }
 
-void addCounts(PairHistogram& into, const PairHistogram& more) {
-    if (into.counts.size() != more.counts.size()) {
-        into = more;
-        return;
-    }
-    for (std::size_t b = 0; b < into.counts.size(); ++b) {
-        into.counts[b] += more.counts[b];
-    }
-}
-
 }  // namespace pv

@@ -18,12 +18,8 @@ bool runAnalysisPass(const ChannelView& view, AnalysisState& state, std::uint8_t
                      const MaskView& mask = {});
 
 // The census, the sums and the scatter gram from a histogram already counted (of one picture,
-// or of several added together with addCounts).
+// or of several counted into one).
 void summariseHistogram(const PairHistogram& histogram, AnalysisState& state,
                         std::uint8_t* scatterGramData);
-
-// Adds the counts of `more` to `into`, which must be of the same pair and levels (an empty
-// `into` takes them as they are).
-void addCounts(PairHistogram& into, const PairHistogram& more);
 
 }  // namespace pv

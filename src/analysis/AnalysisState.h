@@ -36,6 +36,7 @@ struct MinimumLevels {
         return channel == 0 ? redMinimumLevel
                             : (channel == 1 ? greenMinimumLevel : blueMinimumLevel);
     }
+    bool operator==(const MinimumLevels&) const = default;
 };
 
 // Colour classes of the census; at most one holds for a pixel.

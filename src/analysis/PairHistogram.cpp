@@ -129,12 +129,18 @@ CensusClass censusClassOfBin(RGBCombo combo, const MinimumLevels& levels, int th
 
 bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& levels,
                 PairHistogram& histogram, unsigned threads, const CancelHook& cancel,
-                const MaskView& mask) {
+                const MaskView& mask, bool adding) {
+    const bool keep = adding && histogram.counts.size() == std::size_t(PairHistogram::kBins) &&
+                      histogram.rgbCombo == combo && histogram.levels == levels;
     histogram.rgbCombo = combo;
     histogram.levels = levels;
-    histogram.counts.clear();
+    if (!keep) {
+        histogram.counts.clear();
+    }
     try {
-        histogram.counts.assign(PairHistogram::kBins, 0);
+        if (!keep) {
+            histogram.counts.assign(PairHistogram::kBins, 0);
+        }
         if (view.isEmpty()) {
             return true;
         }

@@ -46,12 +46,13 @@ std::array<std::uint32_t, 256> thirdStateBinOffsets(RGBCombo combo, const Minimu
 CensusClass censusClassOfBin(RGBCombo combo, const MinimumLevels& levels, int third, int y, int x);
 
 // Counts every pixel of the view (inside the mask, when there is one) into the histogram, which
-// is replaced. Rows are split among `threads` workers (0: one per core); the counts do not
-// depend on the split. False when memory is short or cancel stopped it: the histogram is then
-// left empty.
+// is replaced, or with `adding` is added to when it holds counts of the same pair and levels
+// (the slices of a stack, one after another, without a second histogram). Rows are split among
+// `threads` workers (0: one per core); the counts do not depend on the split. False when memory
+// is short or cancel stopped it: the histogram is then left empty.
 bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& levels,
                 PairHistogram& histogram, unsigned threads = 0, const CancelHook& cancel = {},
-                const MaskView& mask = {});
+                const MaskView& mask = {}, bool adding = false);
 
 // The image census, exactly as a pixel-by-pixel count would give it.
 PixelCensus censusOf(const PairHistogram& histogram);

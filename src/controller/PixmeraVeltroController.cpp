@@ -346,7 +346,6 @@ void PixmeraVeltroController::calculateScatterGram() {
 void PixmeraVeltroController::countStack(const MaskView& mask) {
     stackStatus_ = Status();
     histogram_ = {};
-    PairHistogram slice;
     for (std::size_t i = 0; i < stack_.size() && stackStatus_; ++i) {
         // The first slice is the picture under analysis, corrected already.
         Picture read = image_.currentDisplayedImage();
@@ -373,12 +372,11 @@ void PixmeraVeltroController::countStack(const MaskView& mask) {
                 read = Picture::at72dpi(std::move(*corrected));
             }
         }
-        if (!countPairs(read.bitmap->channels(), analysis_.rgbCombo, analysis_.levels, slice,
-                        analysisThreads_, {}, mask)) {
+        if (!countPairs(read.bitmap->channels(), analysis_.rgbCombo, analysis_.levels, histogram_,
+                        analysisThreads_, {}, mask, i > 0)) {
             stackStatus_ = Status(Error{stack_[i].first.path, tr(kInitializationError)});
             break;
         }
-        addCounts(histogram_, slice);
     }
     if (!stackStatus_) {
         histogram_ = {};

@@ -37,9 +37,12 @@ std::uint8_t* map(std::size_t bytes) {
         munmap(aligned + size, tail);
     }
     // Only advice: where huge pages are off, or the system has no such advice, ordinary pages
-    // serve as before.
+    // serve as before. Only the whole huge pages that the block fills are advised: a huge page
+    // for a block's last part would make a slice of a stack cost up to twice its size.
 #ifdef MADV_HUGEPAGE
-    madvise(aligned, size, MADV_HUGEPAGE);
+    if (const std::size_t whole = bytes / kHugePage * kHugePage) {
+        madvise(aligned, whole, MADV_HUGEPAGE);
+    }
 #endif
     return aligned;
 }
