@@ -143,11 +143,20 @@ int wholeRoad(const std::uint8_t* data, std::size_t size) {
     return 0;
 }
 
+// Label images take their own road through the decoders: what they read must be whole too.
+void readLabels(const Result<LabelImage>& read) {
+    if (read.ok() && read->labels.size() != std::size_t(read->wide) * std::size_t(read->high)) {
+        std::fprintf(stderr, "pv-fuzz: a label image of the wrong size\n");
+        std::abort();
+    }
+}
+
 // Every TIFF is also read with its strips or tiles shared between two workers (each with its
 // own handle), as large compressed files are, and as a grey picture of one sample a pixel, as
 // a stack's pages are: the results must be those of the one plain reading.
 int tiffDecoder(const std::uint8_t* data, std::size_t size) {
     const std::string& path = scratch(data, size);
+    readLabels(decode::decodeTiffLabels(path, size));
     const Result<Picture> plain = decode::decodeTiff(path, size, ReadOptions{.threads = 1});
     decoded(plain);
     const Result<Picture> shared = decode::decodeTiff(path, size, ReadOptions{.threads = 2});
@@ -175,7 +184,9 @@ int jpegDecoder(const std::uint8_t* data, std::size_t size) {
 }
 
 int pngDecoder(const std::uint8_t* data, std::size_t size) {
-    return decoded(decode::decodePng(scratch(data, size), ReadOptions{}));
+    const std::string& path = scratch(data, size);
+    readLabels(decode::decodePngLabels(path));
+    return decoded(decode::decodePng(path, ReadOptions{}));
 }
 
 int bmpDecoder(const std::uint8_t* data, std::size_t size) {

@@ -75,6 +75,7 @@ inline constexpr const char* kNotLabels =
     "a label image has one channel of whole numbers (8, 16 or 32 bits), 0 for the background";
 Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileSize);
 Result<Picture> decodePng(const std::string& path, const ReadOptions& options);
+Result<LabelImage> decodePngLabels(const std::string& path);
 Result<Picture> decodeJpeg(const std::string& path, std::uint64_t fileSize);
 Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize);
 

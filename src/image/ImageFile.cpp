@@ -195,10 +195,12 @@ Result<LabelImage> readLabelImage(const std::string& path) {
     if (!start) {
         return start.error();
     }
-    if (start->kind != ImageKind::TIFF) {
-        return Error{path, tr("label images are read from TIFF files")};
+    if (start->kind != ImageKind::TIFF && start->kind != ImageKind::PNG) {
+        return Error{path, tr("label images are read from TIFF and PNG files")};
     }
-    Result<LabelImage> read = decode::decodeTiffLabels(path, start->size);
+    Result<LabelImage> read = start->kind == ImageKind::PNG
+                                  ? decode::decodePngLabels(path)
+                                  : decode::decodeTiffLabels(path, start->size);
     if (!read) {
         return Error{path, read.error().reason};
     }

@@ -28,7 +28,9 @@ struct PngJob {
     int bitDepth = 0;
     int channels = 0;
     bool interlaced = false;
-    bool grey = false;  // before expansion to RGB
+    bool grey = false;       // before expansion to RGB
+    bool labels = false;     // read as a label image: grey values or palette indices as they are
+    bool notLabels = false;  // asked for labels, the file holds colour
     double dpiX = 72.0, dpiY = 72.0;
     std::unique_ptr<png_byte[]> row;
     Bitmap* out = nullptr;
@@ -70,8 +72,15 @@ bool readPngHeader(PngJob& job) {
     job.fileBits = std::uint64_t(png_get_channels(job.png, job.info)) * std::uint64_t(job.bitDepth);
     job.interlaced = interlace != PNG_INTERLACE_NONE;
     job.grey = (colourType & PNG_COLOR_MASK_COLOR) == 0;
-    png_set_expand(job.png);  // palette to RGB, small grey levels to 8 bits, tRNS to alpha
-    png_set_gray_to_rgb(job.png);
+    if (job.labels) {
+        job.notLabels = colourType != PNG_COLOR_TYPE_GRAY && colourType != PNG_COLOR_TYPE_PALETTE;
+        png_set_packing(job.png);  // small depths to a byte a pixel, the values unchanged
+        png_set_swap(job.png);     // 16-bit values in the machine's order
+        png_set_interlace_handling(job.png);
+    } else {
+        png_set_expand(job.png);  // palette to RGB, small grey levels to 8 bits, tRNS to alpha
+        png_set_gray_to_rgb(job.png);
+    }
     // Rows of interlaced files are read pass by pass and placed by us, so no full-size buffer.
     png_read_update_info(job.png, job.info);
     job.bitDepth = png_get_bit_depth(job.png, job.info);
@@ -249,6 +258,57 @@ std::optional<Error> startPng(const std::string& path, PngJob& job) {
 }
 
 }  // namespace
+
+namespace {
+
+// Every row of every pass, the rows of one picture of `rowBytes` bytes at `pixels`.
+bool readPngPicture(PngJob& job, std::uint8_t* pixels, std::size_t rowBytes) {
+    if (setjmp(png_jmpbuf(job.png))) {
+        return false;
+    }
+    for (int pass = 0; pass < (job.interlaced ? 7 : 1); ++pass) {
+        for (png_uint_32 r = 0; r < job.high; ++r) {
+            png_read_row(job.png, pixels + std::size_t(r) * rowBytes, nullptr);
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+Result<LabelImage> decodePngLabels(const std::string& path) {
+    auto job = std::make_unique<PngJob>();
+    auto cleanup = std::unique_ptr<PngCleanup>(new PngCleanup{*job});
+    job->labels = true;
+    if (auto error = startPng(path, *job)) {
+        return *error;
+    }
+    if (job->notLabels || job->channels != 1) {
+        return failure(kNotLabels);
+    }
+    LabelImage out;
+    out.wide = int(job->wide);
+    out.high = int(job->high);
+    const std::size_t pixels = std::size_t(job->wide) * job->high;
+    std::vector<std::uint8_t> bytes;  // 8-bit values, widened once read
+    try {
+        out.labels.resize(pixels);
+        if (job->bitDepth != 16) {
+            bytes.resize(pixels);
+        }
+    } catch (const std::bad_alloc&) {
+        return failure(kNoMemory);
+    }
+    const bool ok = job->bitDepth == 16
+                        ? readPngPicture(*job, reinterpret_cast<std::uint8_t*>(out.labels.data()),
+                                         std::size_t(job->wide) * 2)
+                        : readPngPicture(*job, bytes.data(), job->wide);
+    if (!ok) {
+        return pngFailure(*job);
+    }
+    std::copy(bytes.begin(), bytes.end(), out.labels.begin());
+    return out;
+}
 
 Result<Picture> decodePng(const std::string& path, const ReadOptions& options) {
     auto job = std::make_unique<PngJob>();
