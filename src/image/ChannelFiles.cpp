@@ -4,6 +4,7 @@
 #include <array>
 
 #include "core/Localization.h"
+#include "image/StackLayout.h"
 
 namespace pv {
 
@@ -44,7 +45,15 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
         reading.keepGrey = true;  // only one channel of it is wanted
         Result<Picture> read = readImageFile(source.path, reading);
         if (!read) {
-            return read.error();
+            // In a stack the page at fault is what the user needs to find.
+            Error error = read.error();
+            Result<StackLayout> layout = readStackLayout(source.path);
+            if (layout && layout->pages > 1 && source.page < layout->pages) {
+                error.reason = tr(
+                    "page %1 of %2: %3",
+                    {std::to_string(source.page + 1), std::to_string(layout->pages), error.reason});
+            }
+            return error;
         }
         if (auto error = checkChannel(source, *read)) {
             return error;

@@ -371,33 +371,76 @@ TEST_F(CliTest, LabelledCellsGetARowEach) {
     }
 }
 
+// Two grey channels of a stack, a page each, in the page order of `order` (the dimensions from
+// the fastest-changing one, as OME's DimensionOrder after "XY"), with that description.
+struct StackPages {
+    int w = 5, h = 3, channels = 2, slices = 4;
+    static std::uint32_t sample(int c, int z, int i) {
+        return std::uint32_t((c * 89 + z * 37 + i * 11) % 256);
+    }
+    void write(const std::string& path, const std::string& order,
+               const std::string& description) const {
+        TIFF* t = TIFFOpen(path.c_str(), "w");
+        ASSERT_NE(t, nullptr);
+        for (int page = 0; page < channels * slices; ++page) {
+            const bool channelFirst = order[0] == 'C';
+            const int c = channelFirst ? page % channels : page / slices;
+            const int z = channelFirst ? page / channels : page % slices;
+            std::vector<std::uint32_t> samples;
+            for (int i = 0; i < w * h; ++i) {
+                samples.push_back(sample(c, z, i));
+            }
+            if (page > 0) {
+                ASSERT_EQ(TIFFWriteDirectory(t), 1);
+            }
+            pv::testing::writeTiffPage(
+                t, {.wide = w, .high = h, .samples = 1, .photometric = PHOTOMETRIC_MINISBLACK},
+                samples);
+            if (page == 0) {
+                TIFFSetField(t, TIFFTAG_IMAGEDESCRIPTION, description.c_str());
+            }
+        }
+        TIFFClose(t);
+    }
+};
+
+// Makes a page's pixels lie past the end of the file, as in a stack whose pages were gathered
+// from a copy cut short.
+void cutPageShort(const std::string& path, int page) {
+    TIFF* t = TIFFOpen(path.c_str(), "r");
+    ASSERT_NE(t, nullptr);
+    ASSERT_EQ(TIFFSetDirectory(t, tdir_t(page)), 1);
+    const std::uint64_t ifd = TIFFCurrentDirOffset(t);
+    TIFFClose(t);
+    std::fstream f(path, std::ios::in | std::ios::out | std::ios::binary);
+    f.seekg(std::streamoff(ifd));
+    std::uint16_t entries = 0;
+    f.read(reinterpret_cast<char*>(&entries), 2);
+    for (int e = 0; e < entries; ++e) {
+        const std::streamoff at = std::streamoff(ifd) + 2 + 12 * e;
+        std::uint16_t tag = 0, type = 0;
+        f.seekg(at);
+        f.read(reinterpret_cast<char*>(&tag), 2);
+        f.read(reinterpret_cast<char*>(&type), 2);
+        if (tag == TIFFTAG_STRIPOFFSETS) {
+            ASSERT_EQ(type, TIFF_LONG);  // one strip: its offset lies in the entry
+            const auto past = std::uint32_t(fs::file_size(path) + 4096);
+            f.seekp(at + 8);
+            f.write(reinterpret_cast<const char*>(&past), 4);
+            return;
+        }
+    }
+    FAIL() << "no strip offsets in page " << page;
+}
+
 // Two channels of one slice of a hyperstack give the report of the RGB picture that holds those
 // two pages as red and green; channels go by number or by the name the file gives them.
 TEST_F(CliTest, ChannelsOfAStackSliceAreAnalysedAsThePair) {
-    const int w = 5, h = 3, channels = 2, slices = 4;
-    const auto sample = [](int c, int z, int i) {
-        return std::uint32_t((c * 89 + z * 37 + i * 11) % 256);
-    };
+    const StackPages pages;
+    const int w = pages.w, h = pages.h, slices = pages.slices;
+    const auto sample = StackPages::sample;
     const std::string stack = (dir / "stack.tif").string();
-    TIFF* t = TIFFOpen(stack.c_str(), "w");
-    ASSERT_NE(t, nullptr);
-    for (int page = 0; page < channels * slices; ++page) {
-        std::vector<std::uint32_t> samples;
-        for (int i = 0; i < w * h; ++i) {
-            samples.push_back(sample(page % channels, page / channels, i));
-        }
-        if (page > 0) {
-            ASSERT_EQ(TIFFWriteDirectory(t), 1);
-        }
-        pv::testing::writeTiffPage(
-            t, {.wide = w, .high = h, .samples = 1, .photometric = PHOTOMETRIC_MINISBLACK},
-            samples);
-        if (page == 0) {
-            TIFFSetField(t, TIFFTAG_IMAGEDESCRIPTION,
-                         "ImageJ=1.54f\nimages=8\nchannels=2\nslices=4\nhyperstack=true\n");
-        }
-    }
-    TIFFClose(t);
+    pages.write(stack, "CZT", "ImageJ=1.54f\nimages=8\nchannels=2\nslices=4\nhyperstack=true\n");
     // Slice z as an RGB picture, channel 2 in red and channel 1 in green.
     const auto sliceAsPicture = [&](int z) {
         std::vector<std::uint32_t> rgb;
@@ -443,6 +486,81 @@ TEST_F(CliTest, ChannelsOfAStackSliceAreAnalysedAsThePair) {
     const CliRun unnamed = run({"--y-channel", "GFP", "--x-channel", "1", stack});
     EXPECT_EQ(std::tuple(unnamed.status, unnamed.err),
               std::tuple(1, stack + ": no channel of the stack is named \"GFP\"\n"));
+}
+
+// The same stack saved as an OME-TIFF with slices changing fastest gives the same rows; labels
+// give a row per cell of every slice; a page cut short in the middle fails the run by name.
+TEST_F(CliTest, OmeStacksLabelsPerSliceAndADamagedPage) {
+    const StackPages pages;
+    const std::string imagej = (dir / "imagej.tif").string(), ome = (dir / "ome.tif").string();
+    pages.write(imagej, "CZT", "ImageJ=1.54f\nimages=8\nchannels=2\nslices=4\nhyperstack=true\n");
+    pages.write(ome, "ZCT",
+                R"(<?xml version="1.0" encoding="UTF-8"?>
+<OME xmlns="http://www.openmicroscopy.org/Schemas/OME/2016-06">
+  <Image ID="Image:0"><Pixels ID="Pixels:0" DimensionOrder="XYZCT" Type="uint8"
+      SizeX="5" SizeY="3" SizeZ="4" SizeC="2" SizeT="1">
+    <Channel ID="Channel:0:0" Name="DAPI"/><Channel ID="Channel:0:1" Name="GFP"/>
+  </Pixels></Image>
+</OME>)");
+    const Args slicesOf = {"--y-channel", "2", "--x-channel", "1", "--slices", "all"};
+    auto withFile = [&](Args args, const std::string& file) {
+        args.push_back(file);
+        return run(args);
+    };
+    const CliRun fromImageJ = withFile(slicesOf, imagej);
+    ASSERT_EQ(fromImageJ.status, 0) << fromImageJ.err;
+    const CliRun byName =
+        withFile({"--y-channel", "GFP", "--x-channel", "DAPI", "--slices", "all"}, ome);
+    ASSERT_EQ(byName.status, 0) << byName.err;
+    std::string expected = fromImageJ.out;
+    for (std::size_t at; (at = expected.find(imagej)) != std::string::npos;) {
+        expected.replace(at, imagej.size(), ome);
+    }
+    EXPECT_EQ(byName.out, expected);
+
+    // Two cells, one of them in two pieces, and background.
+    std::vector<std::uint32_t> labels;
+    for (int i = 0; i < pages.w * pages.h; ++i) {
+        labels.push_back(i % pages.w == 2 ? 0 : i % pages.w < 2 || i / pages.w == 0 ? 7 : 9);
+    }
+    const std::string labelFile = (dir / "cells.tif").string();
+    pv::testing::writeTiff(labelFile,
+                           {.wide = pages.w,
+                            .high = pages.h,
+                            .samples = 1,
+                            .bits = 16,
+                            .photometric = PHOTOMETRIC_MINISBLACK},
+                           labels);
+    Args cellArgs = slicesOf;
+    cellArgs.insert(cellArgs.end(), {"--labels", labelFile});
+    const CliRun cells = withFile(cellArgs, ome);
+    ASSERT_EQ(cells.status, 0) << cells.err;
+    const auto rows = split(cells.out, '\n');
+    ASSERT_EQ(rows.size(), std::size_t(1 + 2 * pages.slices));
+    EXPECT_EQ(rows[0].rfind("File\tPair\tSlice\tLabel\t", 0), 0u);
+    for (int z = 1; z <= pages.slices; ++z) {
+        const CliRun one = withFile({"--y-channel", "GFP", "--x-channel", "DAPI", "--slice",
+                                     std::to_string(z), "--labels", labelFile},
+                                    ome);
+        const auto own = split(one.out, '\n');
+        ASSERT_EQ(own.size(), 3u) << one.err;
+        for (std::size_t cell = 1; cell <= 2; ++cell) {
+            auto row = split(own[cell], '\t');
+            row.insert(row.begin() + 2, std::to_string(z));
+            EXPECT_EQ(split(rows[std::size_t(2 * (z - 1)) + cell], '\t'), row) << z;
+        }
+    }
+
+    // The pixels of page 6 of 8 (slice 3, channel 2) lie past the end of the file.
+    cutPageShort(imagej, 5);
+    const CliRun pooled =
+        withFile({"--y-channel", "2", "--x-channel", "1", "--stack", "--report", "out"}, imagej);
+    EXPECT_EQ(pooled.status, 1);
+    EXPECT_NE(pooled.err.find("page 6"), std::string::npos) << "[" << pooled.err << "]";
+    EXPECT_EQ(filesInDir(), (std::vector<std::string>{"cells.tif", "imagej.tif", "ome.tif"}));
+    const CliRun third = withFile({"--y-channel", "2", "--x-channel", "1", "--slice", "3"}, imagej);
+    EXPECT_EQ(third.status, 1);
+    EXPECT_NE(third.err.find("page 6"), std::string::npos) << third.err;
 }
 
 // Results that cannot be written to standard output are a failure, not a success.
