@@ -87,11 +87,12 @@ const pv::LabelImage& cellGrid(int megapixels) {
     return *grid;
 }
 
-std::size_t analyseCells(const pv::bench::BenchImage& img, const pv::LabelImage& labels) {
+std::size_t analyseCells(const pv::bench::BenchImage& img, const pv::LabelImage& labels,
+                         unsigned threads = 0) {
     static const pv::RegionSelection region =
         pv::RegionSelection::fromPairTest([](pv::Point p) { return p.x > 40 && p.y > 40; });
-    const auto results =
-        pv::analyseLabels(img.bitmap.channels(), labels, pv::RGBCombo::RedGreen, {}, &region);
+    const auto results = pv::analyseLabels(img.bitmap.channels(), labels, pv::RGBCombo::RedGreen,
+                                           {}, &region, {}, threads);
     benchmark::DoNotOptimize(results.data());
     return results.size();
 }
@@ -113,15 +114,16 @@ void BM_LabelAnalysis(benchmark::State& state) {
 void BM_LabelAnalysisPaired(benchmark::State& state) {
     const auto& img = fluorescenceImage(int(state.range(0)));
     const pv::LabelImage& labels = cellGrid(int(state.range(0)));
+    const auto threads = unsigned(state.range(1));  // 0: one per core
     pv::AnalysisState analysis;
     std::vector<std::uint8_t> scatter(pv::kScatterGramBytes);
     pv::PairHistogram histogram;
     std::vector<double> ratios;
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
-        pv::runAnalysisPass(img.bitmap.channels(), analysis, scatter.data(), histogram, 0);
+        pv::runAnalysisPass(img.bitmap.channels(), analysis, scatter.data(), histogram, threads);
         const auto passed = std::chrono::steady_clock::now();
-        analyseCells(img, labels);
+        analyseCells(img, labels, threads);
         const auto end = std::chrono::steady_clock::now();
         const double cells = std::chrono::duration<double>(end - passed).count();
         state.SetIterationTime(cells);
@@ -135,7 +137,8 @@ void BM_LabelAnalysisPaired(benchmark::State& state) {
 
 BENCHMARK(BM_LabelAnalysis)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_LabelAnalysisPaired)
-    ->Arg(64)
+    ->Args({64, 0})
+    ->Args({64, 1})
     ->Unit(benchmark::kMillisecond)
     ->MinTime(3.0)
     ->UseManualTime();
