@@ -145,6 +145,25 @@ Status PixmeraVeltroController::openChannelFiles(const ChannelSource& y, const C
     return openReadPicture(y.path, readChannelPair(y, x, {int(pair.y), int(pair.x)}, readOptions_));
 }
 
+Status PixmeraVeltroController::replaceWithChannelFiles(const ChannelSource& y,
+                                                        const ChannelSource& x, bool keepMask) {
+    const Action action(*this);
+    const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
+    Result<Picture> read = readChannelPair(y, x, {int(pair.y), int(pair.x)}, readOptions_);
+    if (!read) {
+        return Status(read.error());
+    }
+    std::optional<Bitmap> mask = std::move(mask_);
+    const Status opened = openReadPicture(y.path, std::move(read));
+    const Picture& now = image_.currentDisplayedImage();
+    if (opened && keepMask && mask && mask->pixelsWide() == now.pixelsWide() &&
+        mask->pixelsHigh() == now.pixelsHigh()) {
+        mask_ = std::move(mask);
+        reanalyse();
+    }
+    return opened;
+}
+
 Status PixmeraVeltroController::setMaskFile(const std::string& path) {
     const Action action(*this);
     const Picture& picture = image_.currentDisplayedImage();
@@ -186,10 +205,15 @@ Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController
     if (!labels) {
         return labels.error();
     }
+    return cellFields(*labels, labelPath);
+}
+
+Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController::cellFields(
+    const LabelImage& labels, const std::string& labelPath) {
     const Picture& picture = image_.currentDisplayedImage();
-    if (labels->wide != picture.pixelsWide() || labels->high != picture.pixelsHigh()) {
+    if (labels.wide != picture.pixelsWide() || labels.high != picture.pixelsHigh()) {
         return Error{labelPath, tr("the label image is %1 x %2 pixels but the picture is %3 x %4",
-                                   {std::to_string(labels->wide), std::to_string(labels->high),
+                                   {std::to_string(labels.wide), std::to_string(labels.high),
                                     std::to_string(picture.pixelsWide()),
                                     std::to_string(picture.pixelsHigh())})};
     }
@@ -197,7 +221,7 @@ Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController
     const MaskView mask = maskView();
     std::vector<CellFields> cells;
     for (const LabelResult& cell :
-         analyseLabels(image_.channels(), *labels, analysis_.rgbCombo, analysis_.levels,
+         analyseLabels(image_.channels(), labels, analysis_.rgbCombo, analysis_.levels,
                        shown_.roiColumn ? &region : nullptr, mask, analysisThreads_)) {
         AnalysisState state = analysis_;
         state.census = cell.census;
@@ -206,7 +230,7 @@ Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController
         state.roiCensus = cell.roiCensus;
         state.roiSums = cell.roiSums;
         state.roiCoefficients = colocalization_M1M2(cell.roiSums);
-        cells.push_back({cell.label, resultFields(state, shown_)});
+        cells.push_back({cell.label, cell.census.totalPixelCount, resultFields(state, shown_)});
     }
     return cells;
 }

@@ -18,6 +18,7 @@
 #include "image/Bitmap.h"
 #include "image/ChannelFiles.h"
 #include "image/ImageFile.h"
+#include "image/LabelImage.h"
 #include "output/Export.h"
 #include "roi/ScatterGramView.h"
 
@@ -91,6 +92,9 @@ class PixmeraVeltroController : public PixmeraController {
     // Two single-channel files (or a channel of each) as the current pair's Y and X channels
     // of one picture, which is then taken as an opened file is; the file facts are the Y file's.
     Status openChannelFiles(const ChannelSource& y, const ChannelSource& x);
+    // The same, except that a pair that cannot be read changes nothing (the failure is only
+    // answered), and that with keepMask the mask stays when it fits: another slice of a stack.
+    Status replaceWithChannelFiles(const ChannelSource& y, const ChannelSource& x, bool keepMask);
     // The slices of a stack as one population: each slice's pair (read as openChannelFiles reads
     // it, corrected as the picture is) counted into one histogram, so that the census, sums,
     // scatter gram, coefficients and region speak of every voxel; the first slice is the picture
@@ -112,9 +116,13 @@ class PixmeraVeltroController : public PixmeraController {
     // the corrections, Calculate, the region); inside the mask, when there is one.
     struct CellFields {
         std::uint32_t label = 0;
+        std::int32_t pixels = 0;  // of the cell (inside the mask)
         ResultFields fields;
     };
     Result<std::vector<CellFields>> cellFields(const std::string& labelPath);
+    // The same of labels already read from labelPath, for front ends that keep them.
+    Result<std::vector<CellFields>> cellFields(const LabelImage& labels,
+                                               const std::string& labelPath);
     // The same with the file already read (readImageFile may run on another thread; this must
     // not): for front ends that keep reading a large file off their event loop.
     Status openReadPicture(const std::string& path, Result<Picture> read);
