@@ -266,12 +266,21 @@ void ImageView::setBackgroundPreview(const std::optional<BackgroundSettings>& se
     update();
 }
 
+void ImageView::setOutline(const QImage& outline) {
+    outline_ = outline;
+    renderOutline();
+    update();
+}
+
 void ImageView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.fillRect(rect(), kBackground);
     painter.drawImage(origin_ + cachePart_.topLeft(), cache_);
     if (!previewTint_.isNull()) {
         painter.drawImage(origin_ + cachePart_.topLeft(), previewTint_);
+    }
+    if (!outlineDrawn_.isNull()) {
+        painter.drawImage(origin_ + cachePart_.topLeft(), outlineDrawn_);
     }
 }
 
@@ -298,6 +307,9 @@ void ImageView::wheelEvent(QWheelEvent* event) {
 }
 
 void ImageView::mousePressEvent(QMouseEvent* event) {
+    if (event->button() == Qt::LeftButton) {
+        pressedAt_ = event->position();
+    }
     const bool larger = shown_.width() > width() || shown_.height() > height();
     if (event->button() == Qt::LeftButton && !image_.isNull() && larger) {
         dragFrom_ = event->position();
@@ -315,6 +327,14 @@ void ImageView::mouseMoveEvent(QMouseEvent* event) {
 }
 
 void ImageView::mouseReleaseEvent(QMouseEvent* event) {
+    // A pointer that stayed within a few pixels clicked; one that went further dragged.
+    if (event->button() == Qt::LeftButton && pressedAt_ &&
+        (event->position() - *pressedAt_).manhattanLength() <= 3) {
+        if (const std::optional<QPoint> at = pixelAt(event->position())) {
+            emit clicked(at->x(), at->y());
+        }
+    }
+    pressedAt_.reset();
     if (event->button() == Qt::LeftButton && dragFrom_) {
         dragFrom_.reset();
         unsetCursor();
@@ -381,6 +401,7 @@ void ImageView::relayout() {
     shown_ = shown;
     cachePart_ = part;
     renderPreview();
+    renderOutline();
     update();
 }
 
@@ -439,16 +460,71 @@ QImage ImageView::panned(const QRect& part) const {
     return next;
 }
 
-void ImageView::reportHover(const QPointF& position) {
+std::optional<QPoint> ImageView::pixelAt(const QPointF& position) const {
     const int column = int(std::floor(position.x())) - origin_.x();
     const int line = int(std::floor(position.y())) - origin_.y();
     if (image_.isNull() || column < 0 || line < 0 || column >= shown_.width() ||
         line >= shown_.height()) {
+        return std::nullopt;
+    }
+    return QPoint(centreOf(column, image_.width(), shown_.width()),
+                  centreOf(line, image_.height(), shown_.height()));
+}
+
+void ImageView::renderOutline() {
+    if (outline_.isNull() || cache_.isNull() || outline_.size() != pictureSize_) {
+        outlineDrawn_ = QImage();
+        return;
+    }
+    const QRect part = cachePart_;
+    const std::vector<Span> xs =
+        spansOf(part.left(), part.width(), pictureSize_.width(), shown_.width());
+    const std::vector<Span> ys =
+        spansOf(part.top(), part.height(), pictureSize_.height(), shown_.height());
+    QImage drawn(part.size(), QImage::Format_ARGB32_Premultiplied);
+    if (drawn.isNull()) {
+        outlineDrawn_ = QImage();
+        return;
+    }
+    QList<QRgb> colours = outline_.colorTable();
+    for (QRgb& c : colours) {
+        c = qPremultiply(c);
+    }
+    if (!colours.isEmpty()) {
+        colours[0] = 0;
+    }
+    uchar* const bits = drawn.bits();
+    const qsizetype stride = drawn.bytesPerLine();
+    const uchar* const from = outline_.constBits();
+    const qsizetype fromStride = outline_.bytesPerLine();
+    auto work = [&](unsigned, std::int64_t first, std::int64_t end) {
+        for (std::int64_t line = first; line < end; ++line) {
+            const Span y = ys[std::size_t(line)];
+            auto* out = reinterpret_cast<QRgb*>(bits + line * stride);
+            for (std::size_t i = 0; i < xs.size(); ++i) {
+                uchar most = 0;
+                for (int r = y.begin; r < y.end; ++r) {
+                    const uchar* row = from + r * fromStride;
+                    for (int c = xs[i].begin; c < xs[i].end; ++c) {
+                        most = std::max(most, row[c]);
+                    }
+                }
+                out[i] = most < colours.size() ? colours[most] : 0;
+            }
+        }
+    };
+    forEachRowBlock(part.height(), workersFor(part.height(), part.width(), 0), work);
+    outlineDrawn_ = std::move(drawn);
+}
+
+void ImageView::reportHover(const QPointF& position) {
+    const std::optional<QPoint> at = pixelAt(position);
+    if (!at) {
         emit hovered(-1, -1, 0);
         return;
     }
-    const int x = centreOf(column, image_.width(), shown_.width());
-    const int y = centreOf(line, image_.height(), shown_.height());
+    const int x = at->x();
+    const int y = at->y();
     const ChannelView rgb = picture_.bitmap->channels();
     emit hovered(x, y, qRgb(*rgb.sample(0, y, x), *rgb.sample(1, y, x), *rgb.sample(2, y, x)));
 }

@@ -44,6 +44,12 @@ class ImageView : public QWidget {
     const std::optional<BackgroundSettings>& backgroundPreview() const { return preview_; }
     static constexpr QRgb kPreviewTint = qRgba(0, 255, 255, 150);
 
+    // Lines over the picture: an 8-bit indexed image of the picture's size whose colour table
+    // gives each index its colour (index 0 transparent). A drawn pixel takes the colour of the
+    // highest index among the picture pixels it stands for, so that a reduced view keeps
+    // one-pixel lines. A null image, or one of another size than the picture, draws nothing.
+    void setOutline(const QImage& outline);
+
   signals:
     // A file was dropped (its path), or a picture without a file.
     void fileDropped(const QString& path);
@@ -51,6 +57,8 @@ class ImageView : public QWidget {
     // The pointer is over picture pixel (x, y) from the top left, whose colour is rgb; or has
     // left the picture (x = -1).
     void hovered(int x, int y, QRgb rgb);
+    // A click (a press and release without dragging) on picture pixel (x, y).
+    void clicked(int x, int y);
 
   protected:
     void paintEvent(QPaintEvent* event) override;
@@ -72,6 +80,10 @@ class ImageView : public QWidget {
     void reportHover(const QPointF& position);
     // The tint over cachePart_, for the preview settings.
     void renderPreview();
+    // The outline over cachePart_.
+    void renderOutline();
+    // The picture pixel under a point of the view; nothing outside the picture.
+    std::optional<QPoint> pixelAt(const QPointF& position) const;
 
     Picture picture_;
     QImage image_;       // wraps the picture's pixels
@@ -84,7 +96,10 @@ class ImageView : public QWidget {
     QImage cache_;     // the visible part, drawn: all that a repaint touches
     QRect cachePart_;  // which part, from the drawn picture's top left
     std::optional<BackgroundSettings> preview_;
-    QImage previewTint_;  // over cache_, the same size
+    QImage previewTint_;   // over cache_, the same size
+    QImage outline_;       // indexed, the picture's size
+    QImage outlineDrawn_;  // over cache_, the same size
+    std::optional<QPointF> pressedAt_;
     std::optional<QPointF> dragFrom_;
     QPointF dragPan_;
 };

@@ -29,6 +29,7 @@
 #include "app/HelpWindow.h"
 #include "app/ImageInfoDialog.h"
 #include "app/ImagePrinter.h"
+#include "app/Inputs.h"
 #include "app/PreferencesDialog.h"
 #include "app/QtPictures.h"
 #include "app/SettingsStore.h"
@@ -113,6 +114,8 @@ MainWindow::MainWindow(QWidget* parent)
       port_(std::make_unique<Port>(*this)),
       controller_(std::make_unique<PixmeraVeltroController>(*port_)) {
     ui_->setupUi(this);
+    inputs_ = new Inputs(*controller_, *ui_, this);
+    connect(inputs_, &Inputs::failed, this, &MainWindow::showMessage);
     imageStatus_ = new QLabel(this);
     hoverStatus_ = new QLabel(this);
     cautionStatus_ = new QLabel(this);
@@ -408,6 +411,9 @@ void MainWindow::openFile(const QString& path) {
             return;
         }
         const bool opened = controller_->openReadPicture(path.toStdString(), *read).ok();
+        if (opened) {
+            inputs_->fileOpened(path);
+        }
         ui_->roiPreview->zoomToFit();  // a new file is seen whole first
         emit openFinished(opened);
     });
@@ -551,6 +557,9 @@ void MainWindow::refreshControls() {
     u.checkbox_m1->setChecked(boxes.checkbox_m1);
     u.channelsPopupMenu->setCurrentIndex(popupIndexForRGBCombo(controller_->analysis().rgbCombo));
     // The picture and its file may have changed with the action too.
+    if (inputs_ != nullptr) {
+        inputs_->refresh();
+    }
     validateMenus();
     updateWindowTitle();
     showStatus();

@@ -19,6 +19,7 @@ class QProgressDialog;
 namespace pv::app {
 
 class ImageInfoDialog;
+class Inputs;
 class PreferencesDialog;
 
 // The main window: shows the controller's state and hands it the user's actions. Every
@@ -40,6 +41,7 @@ class MainWindow : public QMainWindow {
 
     PixmeraVeltroController& controller() { return *controller_; }
     Ui::MainWindow& ui() { return *ui_; }
+    Inputs& inputs() { return *inputs_; }
     // The question on screen, if any (for the tests and for closing it with the window).
     QMessageBox* openQuestion() const { return question_; }
 
@@ -85,6 +87,7 @@ class MainWindow : public QMainWindow {
     QSize controlsAt2x_;                        // the controls' minimum size with a 2x scatter gram
     PreferencesDialog* preferences_ = nullptr;  // made on first use, kept
     QPointer<ImageInfoDialog> imageInfo_;       // made at each opening, gone when closed
+    Inputs* inputs_ = nullptr;  // channel files, stacks, mask and labels; made with the ui
 };
 
 }  // namespace pv::app
