@@ -19,8 +19,9 @@ CellPanel::CellPanel(QWidget* parent)
     setAccessibleName(tr("Cell results"));
     hint_->setObjectName("cellHint");
     grid_->setContentsMargins(4, 4, 4, 0);
-    grid_->setHorizontalSpacing(6);
+    grid_->setHorizontalSpacing(8);
     grid_->addWidget(hint_, 0, 0, 1, 2 * kPairsPerLine);
+    grid_->setColumnStretch(2 * kPairsPerLine, 1);  // the pairs keep to the left
     hide();
 }
 

@@ -6,6 +6,7 @@
 #include <QSlider>
 #include <QSplitter>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "app/CellPanel.h"
 #include "app/ImageView.h"
@@ -21,6 +22,9 @@ namespace {
 // Colours of the edges over the picture; the mask's over the cells' where both run.
 constexpr QRgb kCellEdge = qRgb(255, 255, 255);
 constexpr QRgb kMaskEdge = qRgb(255, 0, 255);
+constexpr QRgb kChosenCellEdge = qRgb(0, 255, 255);
+// Their indices in the outline; where lines meet, the view draws the highest.
+enum EdgeIndex : uchar { kNoEdge, kCell, kMask, kChosenCell };
 
 QString messageOf(const Status& status) {
     return QString::fromStdString(status.error().message());
@@ -139,37 +143,43 @@ void Inputs::chooseFile(const QString& title, const QString& filter, const QStri
 
 void Inputs::chooseMask() {
     chooseFile(tr("Choose a Mask"), tr("Images (*.tif *.tiff *.png *.bmp);;All files (*)"),
-               tr("Mask"), [this](const std::string& path) {
-                   // Kept while the file is refused; made again by the refresh once a new mask
-                   // is taken.
-                   std::vector<std::uint8_t> before = std::move(maskEdges_);
-                   maskEdges_.clear();
-                   const Status set = controller_.setMaskFile(path);
-                   if (!set) {
-                       maskEdges_ = std::move(before);
-                   }
-                   return set;
-               });
+               tr("Mask"), [this](const std::string& path) { return setMask(path); });
 }
 
 void Inputs::chooseLabels() {
     chooseFile(tr("Choose a Label Image"), tr("TIFF files (*.tif *.tiff);;All files (*)"),
-               tr("Labels"), [this](const std::string& path) {
-                   const Status loaded = labels_.load(path);
-                   if (loaded) {
-                       cellShown_ = 0;
-                       outlineStale_ = true;
-                       refresh();
-                   }
-                   return loaded;
-               });
+               tr("Labels"), [this](const std::string& path) { return loadLabels(path); });
+}
+
+Status Inputs::setMask(const std::string& path) {
+    // Kept while the file is refused; made again by the refresh once a new mask is taken.
+    std::vector<std::uint8_t> before = std::move(maskEdges_);
+    maskEdges_.clear();
+    const Status set = controller_.setMaskFile(path);
+    if (!set) {
+        maskEdges_ = std::move(before);
+    }
+    return set;
+}
+
+Status Inputs::loadLabels(const std::string& path) {
+    const Status loaded = labels_.load(path);
+    if (loaded) {
+        cellShown_ = 0;
+        outlineStale_ = true;
+        refresh();
+    }
+    return loaded;
 }
 
 void Inputs::showCell(int x, int y) {
     if (!labels_.shown()) {
         return;
     }
+    markCell(cellShown_, kCell);
     cellShown_ = labels_.labelAt(x, y);
+    markCell(cellShown_, kChosenCell);
+    ui_.roiPreview->setOutline(outline_);
     cellPanel_->showRows(labels_.cellRows(cellShown_));
 }
 
@@ -209,23 +219,46 @@ void Inputs::updateOutline() {
     }
     outlined_ = key;
     outlineStale_ = false;
+    cellEdges_.clear();
     if (!withMask && !withLabels) {
         outline_ = QImage();
     } else {
         outline_ = QImage(w, h, QImage::Format_Indexed8);
-        outline_.setColorTable({qRgba(0, 0, 0, 0), kCellEdge, kMaskEdge});
+        outline_.setColorTable({qRgba(0, 0, 0, 0), kCellEdge, kMaskEdge, kChosenCellEdge});
         const std::vector<std::uint8_t>& cells = labels_.outline();
+        const std::vector<std::uint32_t>& label = labels_.labels().labels;
         for (int y = 0; y < h; ++y) {
             uchar* row = outline_.scanLine(y);
             const std::size_t at = std::size_t(y) * std::size_t(w);
             for (int x = 0; x < w; ++x) {
-                const bool maskEdge = withMask && maskEdges_[at + std::size_t(x)] != 0;
-                const bool cellEdge = withLabels && cells[at + std::size_t(x)] != 0;
-                row[x] = maskEdge ? 2 : cellEdge ? 1 : 0;
+                const std::size_t i = at + std::size_t(x);
+                const bool maskEdge = withMask && maskEdges_[i] != 0;
+                const bool cellEdge = withLabels && cells[i] != 0;
+                row[x] = maskEdge ? kMask : cellEdge ? kCell : kNoEdge;
+                if (cellEdge) {
+                    cellEdges_.emplace_back(label[i], i);
+                }
             }
         }
+        std::sort(cellEdges_.begin(), cellEdges_.end());
+        markCell(cellShown_, kChosenCell);
     }
     ui_.roiPreview->setOutline(outline_);
+}
+
+void Inputs::markCell(std::uint32_t label, uchar index) {
+    if (label == 0 || outline_.isNull()) {
+        return;
+    }
+    const auto first = std::lower_bound(cellEdges_.begin(), cellEdges_.end(),
+                                        std::pair<std::uint32_t, std::size_t>(label, 0));
+    const auto wide = std::size_t(outline_.width());
+    for (auto e = first; e != cellEdges_.end() && e->first == label; ++e) {
+        uchar& at = outline_.scanLine(int(e->second / wide))[e->second % wide];
+        // The mask's line stays where it runs along a cell that is not chosen.
+        const bool maskLine = maskEdges_.size() > e->second && maskEdges_[e->second] != 0;
+        at = index == kCell && maskLine ? uchar(kMask) : index;
+    }
 }
 
 void Inputs::updateMenus() {

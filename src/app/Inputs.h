@@ -35,6 +35,9 @@ class Inputs : public QObject {
     void fileOpened(const QString& path);
     // The controller's state changed (once an action): the bars, the outlines, the menu items.
     void refresh();
+    // What Image ▸ Mask… and Image ▸ Labels… do with the file chosen; a refusal changes nothing.
+    Status setMask(const std::string& path);
+    Status loadLabels(const std::string& path);
 
     StackBrowser& stack() { return stack_; }
     CellLabels& labels() { return labels_; }
@@ -60,6 +63,8 @@ class Inputs : public QObject {
     void chooseLabels();
     void showCell(int x, int y);
     void updateOutline();
+    // Redraws the edges of one cell in the outline with the colour of `index`.
+    void markCell(std::uint32_t label, uchar index);
     void updateMenus();
     // Runs a step of the stack or the files, then refreshes once, knowing what it showed.
     Status step(const std::function<Status()>& act);
@@ -83,6 +88,8 @@ class Inputs : public QObject {
     QAction* previousSlice_ = nullptr;
     QImage outline_;
     std::vector<std::uint8_t> maskEdges_;  // of the mask, made once for it
+    // The cells' edge pixels in the outline by label, so that choosing a cell redraws its own.
+    std::vector<std::pair<std::uint32_t, std::size_t>> cellEdges_;
     // What outline_ was made of: mask edges, cell edges, width, height. Made again only when
     // that changes or a new mask or label image comes.
     std::tuple<bool, bool, int, int> outlined_{false, false, 0, 0};

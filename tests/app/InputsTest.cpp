@@ -277,6 +277,7 @@ class InputsTest : public QObject {
         QVERIFY(panel->isVisible());
         QVERIFY(w.inputs().clearLabelsAction()->isEnabled());
         pv::app::ImageView* view = w.ui().roiPreview;
+        const QRgb kChosen = qRgb(0, 255, 255), kOther = qRgb(255, 255, 255);
         for (const std::uint32_t label : {3u, 8u}) {
             // The cell's first pixel, and its count over the label image.
             std::size_t first = 0;
@@ -290,6 +291,10 @@ class InputsTest : public QObject {
             QTest::mouseClick(view, Qt::LeftButton, Qt::NoModifier,
                               drawnAt(view, int(first % kWide), int(first / kWide)));
             QCOMPARE(panel->value("Label:"), QString::number(label));
+            // The chosen cell's edge stands out from the others'.
+            const QImage grabbed = view->grab().toImage();
+            QCOMPARE(grabbed.pixel(drawnAt(view, 0, 1)), label == 3 ? kChosen : kOther);
+            QCOMPARE(grabbed.pixel(drawnAt(view, 7, 0)), label == 8 ? kChosen : kOther);
             QCOMPARE(panel->value("Pixels:"), QString::number(pixels));
             const auto in = [label](std::size_t i) { return labelOf(i) == label; };
             const std::array<QString, 3> n = census(page(0, 0), page(1, 0), in);

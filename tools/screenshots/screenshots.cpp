@@ -10,8 +10,20 @@
 #include <QSlider>
 #include <QStandardPaths>
 #include <QTabWidget>
+#include <QTemporaryDir>
 #include <QTest>
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdio>
+#include <deque>
+
+#include "GreyPages.h"
+#include "app/CellPanel.h"
+#include "app/ImageView.h"
+#include "app/Inputs.h"
+#include "app/StackBar.h"
+#include "image/ImageFile.h"
 
 #include "app/AboutBox.h"
 #include "app/BackgroundWindow.h"
@@ -41,6 +53,113 @@ void answer(MainWindow& w, const QString& text) {
             }
         }
     }
+}
+
+// From the sample: a confocal-like series of 12 slices, its red and green as two channels
+// coming into focus and out again, a mask over the cells and a label image numbering them.
+bool writeInputs(const std::string& sample, const QDir& dir) {
+    pv::Result<pv::Picture> read = pv::readImageFile(sample);
+    if (!read) {
+        return false;
+    }
+    const pv::ChannelView rgb = read->bitmap->channels();
+    const int w = int(rgb.width), h = int(rgb.height), slices = 12;
+    std::vector<pv::testing::GreyPage> pages;
+    for (int z = 0; z < slices; ++z) {
+        for (int c = 0; c < 2; ++c) {
+            // Green comes into focus a little later than red.
+            const double focus = std::exp(-std::pow((z - 5.0 - c) / 3.5, 2));
+            pv::testing::GreyPage page;
+            for (int y = 0; y < h; ++y) {
+                for (int x = 0; x < w; ++x) {
+                    page.push_back(std::uint32_t(std::lround(*rgb.sample(c, y, x) * focus)));
+                }
+            }
+            pages.push_back(std::move(page));
+        }
+    }
+    // The cells: bright enough in either channel; each 4-connected patch its own label.
+    pv::testing::GreyPage mask, labels(std::size_t(w) * std::size_t(h), 0);
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < w; ++x) {
+            mask.push_back(*rgb.sample(0, y, x) + *rgb.sample(1, y, x) > 70 ? 255 : 0);
+        }
+    }
+    std::uint32_t next = 0;
+    for (std::size_t start = 0; start < mask.size(); ++start) {
+        if (mask[start] == 0 || labels[start] != 0) {
+            continue;
+        }
+        labels[start] = ++next;
+        for (std::deque<std::size_t> todo{start}; !todo.empty(); todo.pop_front()) {
+            const std::size_t i = todo.front();
+            const int x = int(i % std::size_t(w)), y = int(i / std::size_t(w));
+            for (const auto& [dx, dy] : {std::pair{1, 0}, {-1, 0}, {0, 1}, {0, -1}}) {
+                const int nx = x + dx, ny = y + dy;
+                const std::size_t n = std::size_t(ny) * std::size_t(w) + std::size_t(nx);
+                if (nx >= 0 && ny >= 0 && nx < w && ny < h && mask[n] != 0 && labels[n] == 0) {
+                    labels[n] = next;
+                    todo.push_back(n);
+                }
+            }
+        }
+    }
+    const auto path = [&](const char* name) { return dir.filePath(name).toStdString(); };
+    return pv::testing::writeGreyPages(path("series.tif"), w, h, pages,
+                                       pv::testing::imageJDescription(2, slices)) &&
+           pv::testing::writeGreyPages(path("mask.tif"), w, h, {mask}) &&
+           pv::testing::writeGreyPages(path("labels.tif"), w, h, {labels}, {}, 16);
+}
+
+// A stack at a middle slice, then with the mask and the labels over it and a cell clicked.
+bool saveInputs(const std::string& sample, const QDir& out) {
+    QTemporaryDir dir;
+    if (!dir.isValid() || !writeInputs(sample, QDir(dir.path()))) {
+        return false;
+    }
+    MainWindow w;
+    w.resize(1340, 720);
+    w.show();
+    QSignalSpy opened(&w, &MainWindow::openFinished);
+    w.openFile(dir.filePath("series.tif"));
+    if (!opened.wait(60000)) {
+        return false;
+    }
+    w.inputs().stackBar()->slice()->setValue(6);
+    bool ok = save(w, out, "12-stack.png");
+    if (!w.inputs().setMask(dir.filePath("mask.tif").toStdString())) {
+        return false;
+    }
+    w.ui().calculateCoefficientButton->click();
+    answer(w, "Calculate Anyway");
+    ok = save(w, out, "13-mask.png") && ok;
+
+    w.controller().clearMask();
+    if (!w.inputs().loadLabels(dir.filePath("labels.tif").toStdString())) {
+        return false;
+    }
+    // A click at the middle of the largest cell.
+    const pv::LabelImage& labels = w.inputs().labels().labels();
+    std::vector<std::array<double, 3>> sums(
+        *std::max_element(labels.labels.begin(), labels.labels.end()) + 1);
+    for (std::size_t i = 0; i < labels.labels.size(); ++i) {
+        auto& s = sums[labels.labels[i]];
+        s = {s[0] + 1, s[1] + double(i % std::size_t(labels.wide)),
+             s[2] + double(i / std::size_t(labels.wide))};
+    }
+    const auto largest = std::max_element(sums.begin() + 1, sums.end(),
+                                          [](const auto& a, const auto& b) { return a[0] < b[0]; });
+    pv::app::ImageView* view = w.ui().roiPreview;
+    const double zoom = view->zoom();
+    const QPoint origin((view->width() - int(std::lround(labels.wide * zoom))) / 2,
+                        (view->height() - int(std::lround(labels.high * zoom))) / 2);
+    QTest::mouseClick(view, Qt::LeftButton, Qt::NoModifier,
+                      origin + QPoint(int((*largest)[1] / (*largest)[0] * zoom),
+                                      int((*largest)[2] / (*largest)[0] * zoom)));
+    w.ui().calculateCoefficientButton->click();
+    answer(w, "Calculate Anyway");
+    ok = save(w, out, "14-cells.png") && ok;
+    return ok;
 }
 
 }  // namespace
@@ -123,5 +242,6 @@ int main(int argc, char** argv) {
     ok = save(help, out, "10-help.png") && ok;
     w.ui().actionAbout->trigger();
     ok = save(pv::app::AboutBox::sharedInstance(), out, "11-about.png") && ok;
+    ok = saveInputs(argv[1], out) && ok;
     return ok ? 0 : 1;
 }
