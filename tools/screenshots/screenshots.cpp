@@ -112,9 +112,11 @@ bool writeInputs(const std::string& sample, const QDir& dir) {
 }
 
 // A stack at a middle slice, then with the mask and the labels over it and a cell clicked.
-bool saveInputs(const std::string& sample, const QDir& out) {
-    QTemporaryDir dir;
-    if (!dir.isValid() || !writeInputs(sample, QDir(dir.path()))) {
+// The inputs are kept in `keep` when it is given (to try them in the program), else dropped.
+bool saveInputs(const std::string& sample, const QDir& out, const QString& keep) {
+    QTemporaryDir temporary;
+    const QDir dir(keep.isEmpty() ? temporary.path() : keep);
+    if (!dir.mkpath(".") || !writeInputs(sample, dir)) {
         return false;
     }
     MainWindow w;
@@ -168,7 +170,7 @@ int main(int argc, char** argv) {
     QApplication application(argc, argv);
     QStandardPaths::setTestModeEnabled(true);  // the user's own settings stay out of it
     if (argc < 3) {
-        std::fprintf(stderr, "usage: pv_screenshots IMAGE OUTPUT-FOLDER\n");
+        std::fprintf(stderr, "usage: pv_screenshots IMAGE OUTPUT-FOLDER [INPUTS-FOLDER]\n");
         return 2;
     }
     const QDir out(QString::fromLocal8Bit(argv[2]));
@@ -242,6 +244,6 @@ int main(int argc, char** argv) {
     ok = save(help, out, "10-help.png") && ok;
     w.ui().actionAbout->trigger();
     ok = save(pv::app::AboutBox::sharedInstance(), out, "11-about.png") && ok;
-    ok = saveInputs(argv[1], out) && ok;
+    ok = saveInputs(argv[1], out, argc > 3 ? QString::fromLocal8Bit(argv[3]) : QString()) && ok;
     return ok ? 0 : 1;
 }
