@@ -187,7 +187,6 @@ void Inputs::refresh() {
     if (stepping_) {
         return;  // the step refreshes once it knows what it showed
     }
-    labels_.resultsChanged();
     if (!labels_.shown() && !labels_.path().empty()) {
         labels_.clear();  // of a picture no longer shown
     }

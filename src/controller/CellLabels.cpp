@@ -33,7 +33,7 @@ Status CellLabels::load(const std::string& path) {
     picture_ = controller_.workingImage().originalImage().bitmap;
     stackPath_ = stack_.active() ? stack_.path() : std::string();
     cells_ = std::move(cells).value();
-    current_ = true;
+    basis_ = basis();
     const std::vector<std::uint32_t>& v = labels_.labels;
     const auto wide = std::size_t(labels_.wide);
     outline_ = outlineOf(labels_.wide, labels_.high,
@@ -48,7 +48,7 @@ void CellLabels::clear() {
     stackPath_.clear();
     outline_.clear();
     cells_.clear();
-    current_ = false;
+    basis_ = {};
 }
 
 bool CellLabels::shown() const {
@@ -66,16 +66,28 @@ std::uint32_t CellLabels::labelAt(int x, int y) const {
     return labels_.labels[std::size_t(y) * std::size_t(labels_.wide) + std::size_t(x)];
 }
 
+CellLabels::Basis CellLabels::basis() const {
+    const Bitmap* mask = controller_.mask();
+    return {controller_.fields(), controller_.currentDisplayedImage().bitmap,
+            mask != nullptr ? mask->bitmapData() : nullptr};
+}
+
+bool CellLabels::current() const {
+    const Basis now = basis();
+    return !basis_.picture.expired() && basis_.picture.lock() == now.picture.lock() &&
+           basis_.mask == now.mask && basis_.fields == now.fields;
+}
+
 const PixmeraVeltroController::CellFields* CellLabels::cell(std::uint32_t label) {
     if (label == 0 || !shown()) {
         return nullptr;
     }
-    if (!current_) {
+    if (!current()) {
         Result<std::vector<PixmeraVeltroController::CellFields>> cells =
             controller_.cellFields(labels_, path_);
         cells_ =
             cells ? std::move(cells).value() : std::vector<PixmeraVeltroController::CellFields>{};
-        current_ = true;
+        basis_ = basis();
     }
     const auto at = std::lower_bound(
         cells_.begin(), cells_.end(), label,

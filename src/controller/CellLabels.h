@@ -39,7 +39,8 @@ std::vector<std::uint8_t> maskOutline(const PixmeraVeltroController& controller)
 
 // A label image over the picture, each cell's results at hand for the cell the user points
 // at. The results are worked out for all cells in one pass, when first asked for after the
-// labels or the picture's results changed, never per question.
+// labels or the picture's results changed (another picture, mask or pair, Calculate, the
+// region), never per question.
 class CellLabels {
   public:
     CellLabels(PixmeraVeltroController& controller, const StackBrowser& stack)
@@ -59,8 +60,6 @@ class CellLabels {
 
     // The label under pixel (x, y); 0 outside the cells or the picture.
     std::uint32_t labelAt(int x, int y) const;
-    // The picture, its pair, its corrections, Calculate or the region changed.
-    void resultsChanged() { current_ = false; }
     // The cell's results; null for the background or a label that holds no pixel (inside the
     // mask).
     const PixmeraVeltroController::CellFields* cell(std::uint32_t label);
@@ -76,7 +75,15 @@ class CellLabels {
     std::string path_;
     std::vector<std::uint8_t> outline_;
     std::vector<PixmeraVeltroController::CellFields> cells_;  // by increasing label
-    bool current_ = false;
+    // What cells_ were worked out for: the picture's fields, the picture and the mask.
+    struct Basis {
+        ResultFields fields;
+        std::weak_ptr<const Bitmap> picture;
+        const std::uint8_t* mask = nullptr;
+    };
+    Basis basis() const;
+    bool current() const;
+    Basis basis_;
 };
 
 }  // namespace pv

@@ -45,6 +45,8 @@ struct ResultFields {
     std::string coefficient_m2;
     std::string coefficient_M1;
     std::string coefficient_M2;
+
+    friend bool operator==(const ResultFields&, const ResultFields&) = default;
 };
 
 }  // namespace pv

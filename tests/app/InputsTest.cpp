@@ -291,6 +291,7 @@ class InputsTest : public QObject {
             QTest::mouseClick(view, Qt::LeftButton, Qt::NoModifier,
                               drawnAt(view, int(first % kWide), int(first / kWide)));
             QCOMPARE(panel->value("Label:"), QString::number(label));
+            QCOMPARE(unnamedControl(w), QString());
             // The chosen cell's edge stands out from the others'.
             const QImage grabbed = view->grab().toImage();
             QCOMPARE(grabbed.pixel(drawnAt(view, 0, 1)), label == 3 ? kChosen : kOther);

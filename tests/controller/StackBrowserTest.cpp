@@ -2,6 +2,7 @@
 
 #include <array>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "GreyPages.h"
@@ -174,12 +175,20 @@ TEST_F(StackBrowserTest, OpenChannelsTakesTwoFilesOrTwoChannelsOfOneStack) {
     EXPECT_FALSE(stack.active());
     EXPECT_EQ(census(page(0, 3, 1), page(1, 3, 1)), shownCensus(controller));
 
-    // Refused, naming the file; the picture shown stays.
+    // Refused, naming the file at fault; the picture shown stays.
+    const std::string colour = dir.file("colour.tif"), missing = dir.file("missing.tif");
+    testing::writeTiff(colour, {.wide = kWide, .high = kHigh},
+                       std::vector<std::uint32_t>(kWide * kHigh * 3, 40));
     const Bitmap* before = picture();
-    const Status refused = stack.openChannels(y, 0, small, 0);
-    ASSERT_FALSE(refused);
-    EXPECT_NE(refused.error().message().find("small.tif"), std::string::npos);
-    EXPECT_EQ(picture(), before);
+    for (const auto& [yFile, xFile, named] : {std::tuple{y, small, "small.tif"},
+                                              {colour, x, "colour.tif"},
+                                              {y, missing, "missing.tif"}}) {
+        const Status refused = stack.openChannels(yFile, 0, xFile, 0);
+        ASSERT_FALSE(refused) << named;
+        EXPECT_NE(refused.error().message().find(named), std::string::npos)
+            << refused.error().message();
+        EXPECT_EQ(picture(), before) << named;
+    }
 
     ASSERT_TRUE(stack.openChannels(stackPath, 1, stackPath, 0));
     EXPECT_TRUE(stack.active());
@@ -218,7 +227,6 @@ TEST_F(StackBrowserTest, ACellsResultsAreThoseOfItsPixelsAndItsEdgesRunAlongItsB
     for (int z : {0, 2}) {
         ASSERT_TRUE(stack.showSlice(z));
         ASSERT_TRUE(labels.shown()) << "labels follow the slices";
-        labels.resultsChanged();
         for (std::uint32_t label : {4u, 9u, 7u}) {
             std::vector<bool> inside;
             for (std::uint32_t l : kLabels) {
@@ -237,6 +245,24 @@ TEST_F(StackBrowserTest, ACellsResultsAreThoseOfItsPixelsAndItsEdgesRunAlongItsB
             EXPECT_EQ(rows[1].second, std::to_string(cell->pixels));
         }
     }
+    // The cells follow what the user does next without being told: Calculate, another pair.
+    const std::vector<bool> cell9 = [] {
+        std::vector<bool> in;
+        for (std::uint32_t l : kLabels) {
+            in.push_back(l == 9);
+        }
+        return in;
+    }();
+    EXPECT_EQ(labels.cellRows(9).back().first, "Coefficients:");
+    controller.calculateCoefficientsNow();
+    controller.colocalizationWarningSheetDidEnd(BackgroundWarningAnswer::CalculateAnyway);
+    ASSERT_NE(labels.cell(9), nullptr);
+    EXPECT_FALSE(labels.cell(9)->fields.coefficient_Rr.empty());
+    EXPECT_EQ(labels.cellRows(9).back().first, "m2");
+    controller.getChannelsRGBCombo(popupIndexForRGBCombo(RGBCombo::GreenRed));
+    EXPECT_EQ(std::stoi(labels.cell(9)->fields.yAxisPixelCountText),
+              census(page(1, 2, 0), page(0, 2, 0), cell9)[0]);
+
     EXPECT_EQ(labels.cell(5), nullptr);
     EXPECT_EQ(labels.cell(0), nullptr);
     // Every labelled pixel with a neighbour of another value; cell 4's lone right part and
