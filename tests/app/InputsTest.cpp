@@ -231,6 +231,29 @@ class InputsTest : public QObject {
         QVERIFY(bar->isHidden());
     }
 
+    // Time frames get a slider of their own; the census follows it.
+    void framesHaveASliderOfTheirOwn() {
+        // Two channels, two slices, three frames: page c + 2 * (z + 2 * t) is page(c, z + 2 * t).
+        std::vector<GreyPage> pages;
+        for (int i = 0; i < 12; ++i) {
+            pages.push_back(page(i % 2, i / 2));
+        }
+        QVERIFY(pv::testing::writeGreyPages(path("movie.tif"), kWide, kHigh, pages,
+                                            pv::testing::imageJDescription(2, 2, 3)));
+        MainWindow w;
+        w.show();
+        QVERIFY(open(w, file("movie.tif")));
+        pv::app::StackBar* bar = w.inputs().stackBar();
+        QVERIFY(bar->frame()->isVisible());
+        QCOMPARE(bar->frameNumber()->text(), QString("Frame 1 / 3"));
+        QCOMPARE(bar->sliceNumber()->text(), QString("Slice 1 / 2"));
+        QTest::keyClick(bar->frame(), Qt::Key_End);
+        QTest::keyClick(bar->slice(), Qt::Key_Right);
+        QCOMPARE(bar->frameNumber()->text(), QString("Frame 3 / 3"));
+        QCOMPARE(shownCensus(w), census(page(0, 1 + 2 * 2), page(1, 1 + 2 * 2)));
+        QCOMPARE(unnamedControl(w), QString());
+    }
+
     // A mask narrows the census to its pixels and is outlined over the picture; one of another
     // size is refused by name; Clear Mask brings the whole picture back.
     void maskNarrowsTheCensusAndIsOutlined() {
