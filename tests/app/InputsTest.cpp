@@ -12,6 +12,7 @@
 
 #include <array>
 #include <functional>
+#include <optional>
 
 #include "GreyPages.h"
 #include "MainWindowDriving.h"
@@ -229,6 +230,32 @@ class InputsTest : public QObject {
 
         QVERIFY(open(w, kSample));
         QVERIFY(bar->isHidden());
+    }
+
+    // Reduced four times, a one-pixel line over the picture still shows along its whole length;
+    // an outline of another size than the picture shows nothing.
+    void reducedViewKeepsOnePixelLines() {
+        pv::app::ImageView view;
+        view.resize(100, 100);
+        std::optional<pv::Bitmap> black = pv::Bitmap::create(400, 400, 3, false, false, 0, true);
+        QVERIFY(black.has_value());
+        view.setPicture(pv::Picture::at72dpi(std::move(*black)));
+        view.show();
+        QImage outline(400, 400, QImage::Format_Indexed8);
+        outline.setColorTable({qRgba(0, 0, 0, 0), qRgb(255, 0, 0)});
+        outline.fill(0);
+        for (int y = 0; y < 400; ++y) {
+            outline.scanLine(y)[201] = 1;
+        }
+        view.setOutline(outline);
+        QImage drawn = view.grab().toImage();
+        for (int y = 0; y < 100; ++y) {
+            QCOMPARE(drawn.pixel(50, y), qRgb(255, 0, 0));  // picture columns 200 to 203
+            QCOMPARE(drawn.pixel(49, y), qRgb(0, 0, 0));
+            QCOMPARE(drawn.pixel(51, y), qRgb(0, 0, 0));
+        }
+        view.setOutline(outline.copy(0, 0, 399, 400));
+        QCOMPARE(view.grab().toImage().pixel(50, 50), qRgb(0, 0, 0));
     }
 
     // Time frames get a slider of their own; the census follows it.
