@@ -146,7 +146,7 @@ Status PixmeraVeltroController::openChannelFiles(const ChannelSource& y, const C
 }
 
 Status PixmeraVeltroController::replaceWithChannelFiles(const ChannelSource& y,
-                                                        const ChannelSource& x, bool keepMask) {
+                                                        const ChannelSource& x, bool anotherSlice) {
     const Action action(*this);
     const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
     Result<Picture> read = readChannelPair(y, x, {int(pair.y), int(pair.x)}, readOptions_);
@@ -154,13 +154,25 @@ Status PixmeraVeltroController::replaceWithChannelFiles(const ChannelSource& y,
         return Status(read.error());
     }
     std::optional<Bitmap> mask = std::move(mask_);
+    const std::vector<BackgroundSettings> corrections = corrections_;
     const Status opened = openReadPicture(y.path, std::move(read));
-    const Picture& now = image_.currentDisplayedImage();
-    if (opened && keepMask && mask && mask->pixelsWide() == now.pixelsWide() &&
-        mask->pixelsHigh() == now.pixelsHigh()) {
-        mask_ = std::move(mask);
-        reanalyse();
+    if (!opened || !anotherSlice) {
+        return opened;
     }
+    const Picture& now = image_.currentDisplayedImage();
+    if (mask && mask->pixelsWide() == now.pixelsWide() && mask->pixelsHigh() == now.pixelsHigh()) {
+        mask_ = std::move(mask);
+    }
+    for (const BackgroundSettings& s : corrections) {
+        if (!image_.applyBackgroundCorrection(s, analysisThreads_)) {
+            port_.showError(
+                Error{y.path, tr("There is not enough memory to correct the background.")});
+            break;
+        }
+        corrections_.push_back(s);
+    }
+    imageShown();
+    reanalyse();
     return opened;
 }
 

@@ -93,8 +93,10 @@ class PixmeraVeltroController : public PixmeraController {
     // of one picture, which is then taken as an opened file is; the file facts are the Y file's.
     Status openChannelFiles(const ChannelSource& y, const ChannelSource& x);
     // The same, except that a pair that cannot be read changes nothing (the failure is only
-    // answered), and that with keepMask the mask stays when it fits: another slice of a stack.
-    Status replaceWithChannelFiles(const ChannelSource& y, const ChannelSource& x, bool keepMask);
+    // answered), and that for another slice of the same stack the mask (when it fits) and the
+    // background corrections stay.
+    Status replaceWithChannelFiles(const ChannelSource& y, const ChannelSource& x,
+                                   bool anotherSlice);
     // The slices of a stack as one population: each slice's pair (read as openChannelFiles reads
     // it, corrected as the picture is) counted into one histogram, so that the census, sums,
     // scatter gram, coefficients and region speak of every voxel; the first slice is the picture

@@ -37,7 +37,7 @@ Status StackBrowser::open(const std::string& path, const StackLayout& layout, in
     const std::string beforePath = path_;
     layout_ = layout;
     path_ = path;
-    const Status shown = show(yChannel, xChannel, 0, 0, /*keepMask=*/false);
+    const Status shown = show(yChannel, xChannel, 0, 0, /*sameStack=*/false);
     if (!shown) {
         layout_ = before;
         path_ = beforePath;
@@ -69,7 +69,7 @@ Status StackBrowser::openChannels(const std::string& yPath, int yChannel, const 
         }
         sources[i] = {path, std::nullopt, isStack(layout) ? layout.pageOf(channel, 0, 0) : 0};
     }
-    return controller_.replaceWithChannelFiles(sources[0], sources[1], /*keepMask=*/false);
+    return controller_.replaceWithChannelFiles(sources[0], sources[1], /*anotherSlice=*/false);
 }
 
 bool StackBrowser::active() const {
@@ -101,7 +101,7 @@ Status StackBrowser::chooseChannels(int yChannel, int xChannel) {
     return show(yChannel, xChannel, slice_, frame_, true);
 }
 
-Status StackBrowser::show(int y, int x, int slice, int frame, bool keepMask) {
+Status StackBrowser::show(int y, int x, int slice, int frame, bool sameStack) {
     const auto outside = [](int i, int n) { return i < 0 || i >= n; };
     if (outside(y, layout_.channels) || outside(x, layout_.channels) ||
         outside(slice, layout_.slices) || outside(frame, layout_.frames)) {
@@ -110,7 +110,7 @@ Status StackBrowser::show(int y, int x, int slice, int frame, bool keepMask) {
     const auto page = [&](int channel) {
         return ChannelSource{path_, std::nullopt, layout_.pageOf(channel, slice, frame)};
     };
-    const Status shown = controller_.replaceWithChannelFiles(page(y), page(x), keepMask);
+    const Status shown = controller_.replaceWithChannelFiles(page(y), page(x), sameStack);
     if (shown) {
         y_ = y;
         x_ = x;

@@ -19,9 +19,9 @@ std::vector<std::string> channelChoices(const StackLayout& layout);
 
 // One slice of a stack (a multi-page TIFF, ImageJ hyperstack or OME-TIFF) under analysis at a
 // time: which channel is Y and which X, which slice and frame, and so which page each role
-// reads. Moving to another slice loads it as the picture, the mask kept; a slice that cannot
-// be read changes nothing. Every other picture the controller takes ends it. Everything counts from
-// 0 here; the texts count from 1.
+// reads. Moving to another slice loads it as the picture, the mask and the background
+// corrections kept; a slice that cannot be read changes nothing. Every other picture the controller
+// takes ends it. Everything counts from 0 here; the texts count from 1.
 class StackBrowser {
   public:
     explicit StackBrowser(PixmeraVeltroController& controller) : controller_(controller) {}
@@ -59,7 +59,7 @@ class StackBrowser {
   private:
     ChannelSource source(int channel) const;
     // Loads the pair for these choices, which become current only when it could be read.
-    Status show(int y, int x, int slice, int frame, bool keepMask);
+    Status show(int y, int x, int slice, int frame, bool sameStack);
 
     PixmeraVeltroController& controller_;
     StackLayout layout_;

@@ -149,6 +149,33 @@ TEST_F(StackBrowserTest, TheMaskStaysFromSliceToSliceAndCountsOnlyItsPixels) {
     }
 }
 
+TEST_F(StackBrowserTest, BackgroundCorrectionsFollowTheSlices) {
+    ASSERT_TRUE(controller.openImageFile(stackPath));
+    ASSERT_TRUE(stack.open(stackPath));
+    // Red (channel 1, the Y role) at or below 60 becomes 0.
+    BackgroundControls controls;
+    controls.selectedTab = 1;
+    controls.typedValue = 60;
+    getThresholdEntryValue(controls, controller.backgroundSettings());
+    controls.channelItem = 0;
+    getRGBChannel(controls, controller.backgroundSettings());
+    controller.removeBackgroundNow(controls);
+    const auto corrected = [](GreyPage p) {
+        for (std::uint32_t& v : p) {
+            v = v <= 60 ? 0 : v;
+        }
+        return p;
+    };
+    for (int z : {0, 3}) {
+        ASSERT_TRUE(stack.showSlice(z));
+        EXPECT_EQ(census(corrected(page(0, z, 0)), page(1, z, 0)), shownCensus(controller)) << z;
+        EXPECT_EQ(controller.workingImage().imageFileInfo.backgroundCorrected, 1);
+    }
+    // A pair opened anew starts uncorrected.
+    ASSERT_TRUE(stack.openChannels(stackPath, 0, stackPath, 1));
+    EXPECT_EQ(census(page(0, 0, 0), page(1, 0, 0)), shownCensus(controller));
+}
+
 TEST_F(StackBrowserTest, PlainPicturesAreNoStackAndAnyOtherPictureEndsTheBrowsing) {
     const std::string rgb = dir.file("plain.tif");
     testing::writeTiff(rgb, {.wide = 2, .high = 1}, {10, 0, 0, 0, 20, 0});
