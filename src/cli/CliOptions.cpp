@@ -51,6 +51,34 @@ bool parseCoefficients(std::string_view list, CoefficientCheckboxes& boxes, std:
     return true;
 }
 
+bool parseMeasures(std::string_view list, MeasureRequest& m, std::string& error) {
+    for (std::string_view item : splitList(list)) {
+        const bool all = item == "all";
+        bool known = all;
+        for (auto [name, flag] : {std::pair("spearman", &m.spearman),
+                                  {"kendall", &m.kendall},
+                                  {"icq", &m.icq},
+                                  {"costes", &m.costes},
+                                  {"significance", &m.significance}}) {
+            if (all || item == name) {
+                *flag = true;
+                known = true;
+            }
+        }
+        if (!known && !item.empty()) {
+            error = "unknown measure '" + std::string(item) +
+                    "' in --measures (expected a comma-separated list of spearman, kendall, icq, "
+                    "costes, significance, or all)";
+            return false;
+        }
+    }
+    if (!m.any()) {
+        error = "--measures needs at least one of spearman, kendall, icq, costes, significance";
+        return false;
+    }
+    return true;
+}
+
 // Numbers separated by commas, each a whole or decimal number.
 bool parseNumbers(std::string_view text, std::vector<float>& numbers) {
     numbers.clear();
@@ -152,8 +180,9 @@ bool parseBackground(std::string_view text, BackgroundStep& step, std::string& e
 
 // The options that take a value, in their long form.
 constexpr std::string_view kValueOptions[] = {
-    "--pair",  "--coefficients", "--report", "--roi",       "--background", "--jobs",
-    "--depth", "--y-file",       "--x-file", "--y-channel", "--x-channel",  "--mask"};
+    "--pair",     "--coefficients", "--report", "--roi",       "--background", "--jobs",
+    "--depth",    "--y-file",       "--x-file", "--y-channel", "--x-channel",  "--mask",
+    "--measures", "--shuffles",     "--seed",   "--psf"};
 
 // The whole number of text within lo..hi, if it is one.
 std::optional<int> wholeNumber(std::string_view text, int lo, int hi) {
@@ -358,6 +387,42 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
                 return result;
             }
             (a == "--y-channel" ? o.yChannel : o.xChannel) = *v;
+        } else if (a == "--measures") {
+            auto v = value("--measures");
+            if (!v || !parseMeasures(*v, o.measures, result.error)) {
+                return result;
+            }
+        } else if (a == "--shuffles" || a == "--psf") {
+            auto v = value(a.c_str());
+            if (!v) {
+                return result;
+            }
+            const bool shuffles = a == "--shuffles";
+            const auto n = wholeNumber(*v, 1, shuffles ? 1000000 : 128);
+            if (!n) {
+                result.error =
+                    shuffles ? "--shuffles needs a whole number from 1 to 1000000, not '" + *v + "'"
+                             : "--psf needs the point-spread function's size in pixels, from 1 to "
+                               "128, not '" +
+                                   *v + "'";
+                return result;
+            }
+            if (shuffles) {
+                o.measures.shuffles = *n;
+            } else {
+                o.measures.psfSize = *n;
+            }
+        } else if (a == "--seed") {
+            auto v = value("--seed");
+            if (!v) {
+                return result;
+            }
+            auto [end, ec] = std::from_chars(v->data(), v->data() + v->size(), o.measures.seed);
+            if (v->empty() || ec != std::errc() || end != v->data() + v->size()) {
+                result.error =
+                    "--seed needs a whole number from 0 to 18446744073709551615, not '" + *v + "'";
+                return result;
+            }
         } else if (a == "--stack") {
             o.stack = true;
         } else if (a == "--slices") {
@@ -429,6 +494,12 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
         result.error = "--images needs --report STEM";
     } else if (o.reveal && !o.region) {
         result.error = "--reveal needs a region: give --roi";
+    } else if ((given.count("--shuffles") || given.count("--seed") || given.count("--psf")) &&
+               !o.measures.significance) {
+        result.error =
+            "--shuffles, --seed and --psf set the significance test: give --measures significance";
+    } else if (o.measures.any() && o.labels) {
+        result.error = "--measures are not calculated cell by cell; give them without --labels";
     }
     return result;
 }
@@ -492,6 +563,14 @@ Options:
                        samples are scaled by 255 / (2^BITS - 1) in every file alike, so a
                        --background level means the same raw level throughout a batch;
                        by default each 16-bit file is scaled by its own brightest sample
+  --measures LIST      the further measures, from spearman,kendall,icq,costes,significance
+                       (or all): a "Further Measures" block after the scatter-gram block of
+                       the report, and a column for each of its lines in the table
+  --shuffles N         shuffles of the significance test (default 200)
+  --seed N             seed of the significance test's shuffles (default 1): the same seed
+                       gives the same numbers on any machine and any number of cores
+  --psf PIXELS         the point-spread function's size, the side of the shuffled blocks;
+                       by default estimated from the Y channel's autocorrelation
   --jobs N, -j N       analyse N files at a time (default: one per processor core)
   --help, -h           show this help
   --version            show the program's version

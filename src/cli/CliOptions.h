@@ -45,6 +45,7 @@ struct Options {
     bool stack = false;                 // all slices of each image as one population
     std::optional<std::string> mask;    // only the pixels where it is not 0 are analysed
     std::optional<std::string> labels;  // each labelled cell analysed on its own
+    MeasureRequest measures;            // the further measures, and how the test runs
     bool help = false;
     bool version = false;
 };

@@ -56,14 +56,7 @@ void startController(PixmeraVeltroController& controller, const Options& o, unsi
 
 void followRoad(PixmeraVeltroController& controller, BatchPort& port, const Options& o) {
     for (const BackgroundStep& step : o.background) {
-        // The manual tab with the level typed in, the channel chosen, then Apply.
-        BackgroundControls controls;
-        controls.selectedTab = 1;
-        controls.typedValue = step.level;
-        getThresholdEntryValue(controls, controller.backgroundSettings());
-        controls.channelItem = step.channelItem;
-        getRGBChannel(controls, controller.backgroundSettings());
-        controller.removeBackgroundNow(controls);
+        controller.applyBackgroundLevel(step.channelItem, step.level);
     }
 
     controller.calculateCoefficientsNow();

@@ -75,12 +75,23 @@ std::vector<std::string> tableRow(const std::string& image, const cli::Options& 
             std::string()};
 }
 
+// The further measures' cells, before the scale and the error; empty where a row has none.
+void addMeasureCells(std::vector<std::string>& row, const cli::Options& o,
+                     const std::vector<ResultLine>& lines) {
+    std::vector<std::string> cells(furtherMeasureNames(o.measures).size());
+    for (std::size_t i = 0; i < lines.size() && i < cells.size(); ++i) {
+        cells[i] = lines[i].value;
+    }
+    row.insert(row.end() - 2, cells.begin(), cells.end());
+}
+
 // A row all the same for a file that failed, so that the table's rows line up with the files.
 std::vector<std::string> failedRow(const std::string& image, const cli::Options& o) {
     std::vector<std::string> row(kTableColumns + (o.labels ? 1 : 0), "");
     if (o.allSlices) {
         row.insert(row.begin() + 2, "");
     }
+    addMeasureCells(row, o, {});
     row[0] = image;
     row[1] = cli::pairName(o.rgbCombo);
     return row;
@@ -122,6 +133,11 @@ ImageOutcome analyseOne(const cli::Options& o, const std::string& image, unsigne
     }
 
     cli::followRoad(controller, port, o);
+    if (o.measures.any()) {
+        if (const Status measured = controller.calculateFurtherMeasures(o.measures); !measured) {
+            out.failures.push_back(failureLine(image, measured.error().message()));
+        }
+    }
 
     for (const Caution& c : controller.cautions()) {
         out.cautions.push_back(failureLine(image, c.text));
@@ -145,11 +161,13 @@ ImageOutcome analyseOne(const cli::Options& o, const std::string& image, unsigne
         } else {
             for (const auto& cell : cells.value()) {
                 out.rows.push_back(tableRow(image, o, cell.fields, scale));
+                addMeasureCells(out.rows.back(), o, cell.fields.furtherMeasures);
                 out.rows.back().insert(out.rows.back().begin() + 2, std::to_string(cell.label));
             }
         }
     } else {
         out.rows.push_back(tableRow(image, o, f, scale));
+        addMeasureCells(out.rows.back(), o, f.furtherMeasures);
     }
     std::string errors;  // what the last column says of a file whose outputs failed
     for (const std::string& line : out.failures) {
@@ -201,7 +219,9 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     return out;
 }
 
-std::string headerRow(RGBCombo combo, bool cells, bool slices) {
+std::string headerRow(const cli::Options& o) {
+    const RGBCombo combo = o.rgbCombo;
+    const bool cells = o.labels.has_value(), slices = o.allSlices;
     const PairLabels pair = pairLabels(combo);
     auto name = [](std::string label) {
         if (!label.empty() && label.back() == ':') {
@@ -220,7 +240,11 @@ std::string headerRow(RGBCombo combo, bool cells, bool slices) {
     for (const std::string& label : labels) {
         header += "\tRegion " + label + " count\tRegion " + label + " %";
     }
-    return header + "\tM1\tM2\t16-bit scale\tError\n";
+    header += "\tM1\tM2";
+    for (const std::string& name : furtherMeasureNames(o.measures)) {
+        header += "\t" + name;
+    }
+    return header + "\t16-bit scale\tError\n";
 }
 
 std::string joinRow(const std::vector<std::string>& cells) {
@@ -327,7 +351,7 @@ int main(int argc, char** argv) {
     bool allOk = true;
 
     if (table) {
-        std::cout << headerRow(o.rgbCombo, o.labels.has_value(), o.allSlices) << std::flush;
+        std::cout << headerRow(o) << std::flush;
     }
     auto worker = [&] {
         // The next file's picture takes the memory of the last one instead of faulting in its own.

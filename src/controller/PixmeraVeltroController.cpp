@@ -66,6 +66,9 @@ PixmeraVeltroController::Action::~Action() {
     }
     if (controls) {
         c_.fields_ = resultFields(c_.analysis_, c_.shown_);
+        if (c_.further_) {
+            c_.fields_.furtherMeasures = furtherMeasureLines(*c_.further_);
+        }
         c_.port_.refreshControls();
     }
 }
@@ -336,6 +339,7 @@ void PixmeraVeltroController::restoreImageToOriginal() {
 // Analysis
 
 void PixmeraVeltroController::reanalyse() {
+    further_.reset();
     prepareForCalculatingCoefficients();
     setROIPixelInfo(false);
 }
@@ -379,36 +383,38 @@ void PixmeraVeltroController::calculateScatterGram() {
     }
 }
 
+Result<Picture> PixmeraVeltroController::stackSlice(std::size_t i) {
+    // The first slice is the picture under analysis, corrected already.
+    if (i == 0) {
+        return image_.currentDisplayedImage();
+    }
+    const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
+    Result<Picture> next = readChannelPair(stack_[i].first, stack_[i].second,
+                                           {int(pair.y), int(pair.x)}, readOptions_);
+    if (!next || corrections_.empty()) {
+        return next;
+    }
+    std::optional<Bitmap> corrected = next->bitmap->copy();
+    if (!corrected) {
+        return Error{stack_[i].first.path,
+                     tr("There is not enough memory to correct the background.")};
+    }
+    for (const BackgroundSettings& s : corrections_) {
+        removeBackground(corrected->writableChannels(), s, analysisThreads_);
+    }
+    return Picture::at72dpi(std::move(*corrected));
+}
+
 void PixmeraVeltroController::countStack(const MaskView& mask) {
     stackStatus_ = Status();
     histogram_ = {};
     for (std::size_t i = 0; i < stack_.size() && stackStatus_; ++i) {
-        // The first slice is the picture under analysis, corrected already.
-        Picture read = image_.currentDisplayedImage();
-        if (i > 0) {
-            const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
-            Result<Picture> next = readChannelPair(stack_[i].first, stack_[i].second,
-                                                   {int(pair.y), int(pair.x)}, readOptions_);
-            if (!next) {
-                stackStatus_ = Status(next.error());
-                break;
-            }
-            read = std::move(next).value();
-            if (!corrections_.empty()) {
-                std::optional<Bitmap> corrected = read.bitmap->copy();
-                if (!corrected) {
-                    stackStatus_ =
-                        Status(Error{stack_[i].first.path,
-                                     tr("There is not enough memory to correct the background.")});
-                    break;
-                }
-                for (const BackgroundSettings& s : corrections_) {
-                    removeBackground(corrected->writableChannels(), s, analysisThreads_);
-                }
-                read = Picture::at72dpi(std::move(*corrected));
-            }
+        Result<Picture> read = stackSlice(i);
+        if (!read) {
+            stackStatus_ = Status(read.error());
+            break;
         }
-        if (!countPairs(read.bitmap->channels(), analysis_.rgbCombo, analysis_.levels, histogram_,
+        if (!countPairs(read->bitmap->channels(), analysis_.rgbCombo, analysis_.levels, histogram_,
                         analysisThreads_, {}, mask, i > 0)) {
             stackStatus_ = Status(Error{stack_[i].first.path, tr(kInitializationError)});
             break;
@@ -632,6 +638,73 @@ void PixmeraVeltroController::reflectWhitePixels() {
 }
 
 // ---------------------------------------------------------------------------------------------
+// Further measures
+
+Result<BlockShuffleTest> PixmeraVeltroController::significanceTest(const MeasureRequest& request) {
+    const Picture& first = image_.currentDisplayedImage();
+    if (first.isEmpty()) {
+        return Error{{}, tr("There is no picture to test.")};
+    }
+    const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
+    const int side =
+        request.psfSize ? *request.psfSize : estimatePsfSize(first.bitmap->channels(), pair.y);
+    BlockShuffleTest test(side);
+    const MaskView mask = maskView();
+    const std::size_t slices = std::max<std::size_t>(stack_.size(), 1);
+    for (std::size_t i = 0; i < slices; ++i) {
+        Result<Picture> read = stack_.empty() ? Result<Picture>(first) : stackSlice(i);
+        if (!read) {
+            return read.error();
+        }
+        if (!test.addPlane(read->bitmap->channels(), analysis_.rgbCombo, mask)) {
+            return Error{image_.imageFileInfo.filePath.value_or(""),
+                         tr("There is not enough memory for the significance test.")};
+        }
+    }
+    return test;
+}
+
+void PixmeraVeltroController::takeFurtherMeasures(
+    const MeasureRequest& request, const std::optional<SignificanceResult>& significance) {
+    const Action action(*this);
+    further_ = histogramMeasures(request, jointCountsOf(histogram_));
+    if (significance) {
+        further_->significance = *significance;
+    }
+    further_->asked.significance = significance.has_value();
+    refresh();
+}
+
+Status PixmeraVeltroController::calculateFurtherMeasures(const MeasureRequest& request) {
+    std::optional<SignificanceResult> significance;
+    if (request.significance) {
+        Result<BlockShuffleTest> test = significanceTest(request);
+        if (!test) {
+            return Status(test.error());
+        }
+        significance = test->run(request.shuffles, request.seed, analysisThreads_);
+        if (!significance) {
+            return Status(Error{image_.imageFileInfo.filePath.value_or(""),
+                                tr("There is not enough memory for the significance test.")});
+        }
+    }
+    takeFurtherMeasures(request, significance);
+    return Status();
+}
+
+bool PixmeraVeltroController::applyCostesThresholds() {
+    const Action action(*this);
+    const CostesResult costes = costesThresholds(jointCountsOf(histogram_));
+    if (!costes.thresholds || image_.currentDisplayedImage().isEmpty()) {
+        return false;
+    }
+    const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
+    applyBackgroundLevel(pair.y, costes.thresholds->y);
+    applyBackgroundLevel(pair.x, costes.thresholds->x);
+    return true;
+}
+
+// ---------------------------------------------------------------------------------------------
 // Background correction
 
 void PixmeraVeltroController::removeBackgroundNow(BackgroundControls& controls) {
@@ -645,6 +718,17 @@ void PixmeraVeltroController::removeBackgroundNow(BackgroundControls& controls) 
     corrections_.push_back(backgroundSettings_);
     imageShown();
     reanalyse();
+}
+
+void PixmeraVeltroController::applyBackgroundLevel(int channelItem, int level) {
+    const Action action(*this);
+    BackgroundControls controls;
+    controls.selectedTab = 1;
+    controls.typedValue = level;
+    getThresholdEntryValue(controls, backgroundSettings_);
+    controls.channelItem = channelItem;
+    getRGBChannel(controls, backgroundSettings_);
+    removeBackgroundNow(controls);
 }
 
 BackgroundSettings PixmeraVeltroController::backgroundSettingsToApply(

@@ -10,6 +10,7 @@
 #include "background/BackgroundCorrection.h"
 #include "controller/Cautions.h"
 #include "controller/ControllerPort.h"
+#include "controller/MeasureTexts.h"
 #include "controller/Preferences.h"
 #include "controller/ResultTexts.h"
 #include "controller/WorkingImage.h"
@@ -155,9 +156,31 @@ class PixmeraVeltroController : public PixmeraController {
     // New preference colours for the markers; the region is discarded.
     void changeROIColorPrefs();
 
+    // --- Further measures ---
+    // Calculate of the further measures: those of the joint histogram at once, the significance
+    // test over the pixels the analysis reads (the picture inside the mask, or every slice of a
+    // pooled stack), on this thread. The results stay until the analysis starts over and the
+    // report carries them. Fails, naming the file, when a slice cannot be read again or memory
+    // is short; the results are then unchanged.
+    Status calculateFurtherMeasures(const MeasureRequest& request);
+    // For front ends that run the significance test off their event loop: the test with its
+    // own copy of the pixels, to run on any thread, ...
+    Result<BlockShuffleTest> significanceTest(const MeasureRequest& request);
+    // ... and its result handed back (nothing when the request asks for no significance).
+    void takeFurtherMeasures(const MeasureRequest& request,
+                             const std::optional<SignificanceResult>& significance);
+    const std::optional<FurtherMeasureResults>& furtherMeasures() const { return further_; }
+    // Costes' thresholds applied as two background corrections, the Y channel at its threshold
+    // and the X channel at its own, so that Restore Original undoes them. False when there are
+    // no thresholds to apply.
+    bool applyCostesThresholds();
+
     // --- Background correction ---
     // Apply: thresholds from the window's controls, then the corrected picture is analysed.
     void removeBackgroundNow(BackgroundControls& controls);
+    // Apply with the manual tab's level typed in and the channel popup's item (0 red, 1 green,
+    // 2 blue, 3 all) chosen.
+    void applyBackgroundLevel(int channelItem, int level);
     void resetImageToOriginal();
     BackgroundSettings& backgroundSettings() { return backgroundSettings_; }
     // The settings Apply would use with the window's controls as they stand: what the window
@@ -255,6 +278,8 @@ class PixmeraVeltroController : public PixmeraController {
     void calculateScatterGram();
     // The pooled pass over the stack's slices into one histogram.
     void countStack(const MaskView& mask);
+    // Slice i of the pooled stack as analysed: read again and corrected as the picture was.
+    Result<Picture> stackSlice(std::size_t i);
     void setROIPixelInfo(bool enabled);
     void clearCoefficientsTextResults();
     void drawEmptyScatterGram();
@@ -292,6 +317,7 @@ class PixmeraVeltroController : public PixmeraController {
     CROI_ScatterGramCroppingImageView scatterGramGraph_{userPreferences_};
     SelectionTool selectionTool_ = SelectionTool::Rectangle;
     BackgroundSettings backgroundSettings_;
+    std::optional<FurtherMeasureResults> further_;
 };
 
 }  // namespace pv

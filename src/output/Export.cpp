@@ -41,7 +41,15 @@ std::string buildReport(const ResultFields& f) {
     const std::string scatterGram =
         tr("Coefficients Calculations - Scatter Gram ROI\nM1\t%1\nM2\t%2\n\n",
            {f.coefficient_M1, f.coefficient_M2});
-    return pixels + image + scatterGram;
+    std::string further;
+    if (!f.furtherMeasures.empty()) {
+        further = tr("Further Measures") + "\n";
+        for (const ResultLine& line : f.furtherMeasures) {
+            further += line.name + "\t" + line.value + "\n";
+        }
+        further += "\n";
+    }
+    return pixels + image + scatterGram + further;
 }
 
 std::string reportPath(const std::string& stem, ReportFormat format) {

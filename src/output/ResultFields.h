@@ -1,8 +1,15 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace pv {
+
+// A line of the report: a name, a tab, the value's text.
+struct ResultLine {
+    std::string name;
+    std::string value;
+};
 
 // The texts of the main window's result fields, exactly as shown. The report copies these; it
 // never recomputes.
@@ -45,6 +52,9 @@ struct ResultFields {
     std::string coefficient_m2;
     std::string coefficient_M1;
     std::string coefficient_M2;
+
+    // The further measures asked for, in report order; none unless asked.
+    std::vector<ResultLine> furtherMeasures;
 
     friend bool operator==(const ResultFields&, const ResultFields&) = default;
 };

@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "BruteMeasures.h"
 #include "analysis/FurtherMeasures.h"
 #include "analysis/PairHistogram.h"
 
@@ -58,46 +59,9 @@ JointCounts countedThroughPass(const PairPicture& p, RGBCombo combo) {
 
 // --- Brute force, from the definitions ---
 
-using Values = std::vector<long double>;
-
-double pearson(const Values& a, const Values& b) {
-    const long double n = a.size();
-    if (a.size() < 2) {
-        return NAN;
-    }
-    const long double ma = std::accumulate(a.begin(), a.end(), 0.0L) / n;
-    const long double mb = std::accumulate(b.begin(), b.end(), 0.0L) / n;
-    long double ab = 0, aa = 0, bb = 0;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        ab += (a[i] - ma) * (b[i] - mb);
-        aa += (a[i] - ma) * (a[i] - ma);
-        bb += (b[i] - mb) * (b[i] - mb);
-    }
-    if (aa == 0 || bb == 0) {
-        return NAN;
-    }
-    return double(ab / std::sqrt(aa * bb));
-}
-
-// Ranks by sorting, ties sharing their average rank.
-Values ranks(const Values& v) {
-    std::vector<std::size_t> order(v.size());
-    std::iota(order.begin(), order.end(), 0);
-    std::sort(order.begin(), order.end(),
-              [&v](std::size_t a, std::size_t b) { return v[a] < v[b]; });
-    Values r(v.size());
-    for (std::size_t i = 0; i < order.size();) {
-        std::size_t j = i;
-        while (j < order.size() && v[order[j]] == v[order[i]]) {
-            ++j;
-        }
-        for (std::size_t k = i; k < j; ++k) {
-            r[order[k]] = (i + 1 + j) / 2.0L;  // ranks i+1 ... j
-        }
-        i = j;
-    }
-    return r;
-}
+using test::pearson;
+using test::ranks;
+using test::Values;
 
 double kendall(const Values& y, const Values& x) {
     long double concordant = 0, discordant = 0, tiedY = 0, tiedX = 0, all = 0;

@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "BruteMeasures.h"
+#include "TestFiles.h"
+#include "controller/PixmeraVeltroController.h"
+#include "controller/ResultTexts.h"
+#include "output/Export.h"
+
+namespace pv {
+namespace {
+
+using test::Values;
+
+MeasureRequest everything() {
+    return {true, true, true, true, true, 40, 9, 2};
+}
+
+const std::vector<std::string> kAllNames = {"Spearman",
+                                            "Kendall",
+                                            "ICQ",
+                                            "Costes Y threshold",
+                                            "Costes X threshold",
+                                            "Costes slope",
+                                            "Costes intercept",
+                                            "Costes Rr",
+                                            "tM1",
+                                            "tM2",
+                                            "Observed r",
+                                            "Shuffled r mean",
+                                            "Shuffled r SD",
+                                            "P-value",
+                                            "PSF size"};
+
+// Red, green, blue samples pixel after pixel: the blue channel 0, so that every pixel with red
+// and green above 0 is counted as both.
+struct Samples {
+    int w, h;
+    std::vector<std::uint32_t> rgb;
+    std::uint32_t at(int i, int k) const { return rgb[std::size_t(i * 3 + k)]; }
+};
+
+Samples randomSamples(int w, int h, std::mt19937& rng) {
+    Samples s{w, h, {}};
+    for (int i = 0; i < w * h; ++i) {
+        const std::uint32_t red = rng() % 4 == 0 ? 0 : rng() % 200;
+        s.rgb.push_back(red);
+        s.rgb.push_back(rng() % 4 == 0 ? 0 : std::min<std::uint32_t>(255, red / 2 + rng() % 90));
+        s.rgb.push_back(0);
+    }
+    return s;
+}
+
+struct FurtherMeasuresTest : ::testing::Test {
+    FurtherMeasuresTest() {
+        controller.awakeFromNib();
+        controller.applicationDidFinishLaunching();
+    }
+    std::string written(const std::string& name, const Samples& s) {
+        const std::string path = temp.file(name);
+        testing::writeTiff(path, {.wide = s.w, .high = s.h}, s.rgb);
+        return path;
+    }
+    std::string line(const std::string& name) const {
+        for (const ResultLine& l : controller.fields().furtherMeasures) {
+            if (l.name == name) {
+                return l.value;
+            }
+        }
+        return "(none)";
+    }
+
+    testing::TempDir temp;
+    NullControllerPort port;
+    PixmeraVeltroController controller{port};
+};
+
+// The pair green against red, inside a mask: the measures speak of the masked pixels only.
+TEST_F(FurtherMeasuresTest, MeasuresTheAnalysedPixelsAndGoIntoTheReport) {
+    std::mt19937 rng(1);
+    const Samples picture = randomSamples(30, 20, rng);
+    Samples mask{30, 20, {}};
+    for (int i = 0; i < 600; ++i) {
+        const std::uint32_t v = (i % 30) < 17 ? 255 : 0;
+        mask.rgb.insert(mask.rgb.end(), {v, v, v});
+    }
+    controller.getChannelsRGBCombo(popupIndexForRGBCombo(RGBCombo::GreenRed));
+    ASSERT_TRUE(controller.openImageFile(written("cells.tif", picture)));
+    ASSERT_TRUE(controller.setMaskFile(written("mask.tif", mask)));
+    const std::string plain = buildReport(controller.fields());
+    EXPECT_TRUE(controller.fields().furtherMeasures.empty());
+
+    ASSERT_TRUE(controller.calculateFurtherMeasures(everything()));
+    std::vector<std::string> names;
+    for (const ResultLine& l : controller.fields().furtherMeasures) {
+        names.push_back(l.name);
+    }
+    EXPECT_EQ(names, kAllNames);
+
+    Values y, x, ry, rx;  // every masked pixel, and those Rr uses
+    for (int i = 0; i < 600; ++i) {
+        if (mask.at(i, 0) == 0) {
+            continue;
+        }
+        y.push_back(picture.at(i, 1));
+        x.push_back(picture.at(i, 0));
+        if (y.back() > 0 || x.back() > 0) {
+            ry.push_back(y.back());
+            rx.push_back(x.back());
+        }
+    }
+    EXPECT_EQ(line("Spearman"),
+              printfText("%0.4f", test::pearson(test::ranks(ry), test::ranks(rx))));
+    EXPECT_EQ(line("Observed r"), printfText("%0.4f", test::pearson(y, x)));
+    EXPECT_EQ(line("PSF size"), "2");
+
+    std::string block = "Further Measures\n";
+    for (const ResultLine& l : controller.fields().furtherMeasures) {
+        block += l.name + "\t" + l.value + "\n";
+    }
+    EXPECT_EQ(buildReport(controller.fields()), plain + block + "\n");
+
+    // A new analysis leaves no measures of the old one behind.
+    controller.applyBackgroundLevel(3, 10);
+    EXPECT_TRUE(controller.fields().furtherMeasures.empty());
+    EXPECT_FALSE(controller.furtherMeasures());
+}
+
+// A front end that runs the test on a thread of its own gets the same numbers.
+TEST_F(FurtherMeasuresTest, TheTestRunElsewhereGivesTheSameLines) {
+    std::mt19937 rng(2);
+    ASSERT_TRUE(controller.openImageFile(written("cells.tif", randomSamples(40, 30, rng))));
+    ASSERT_TRUE(controller.calculateFurtherMeasures(everything()));
+    const std::vector<ResultLine> direct = controller.fields().furtherMeasures;
+
+    Result<BlockShuffleTest> test = controller.significanceTest(everything());
+    ASSERT_TRUE(test);
+    const auto result = test->run(40, 9, 3);
+    controller.takeFurtherMeasures(everything(), result);
+    ASSERT_EQ(controller.fields().furtherMeasures.size(), direct.size());
+    for (std::size_t i = 0; i < direct.size(); ++i) {
+        EXPECT_EQ(controller.fields().furtherMeasures[i].value, direct[i].value) << direct[i].name;
+    }
+    // Cancelled: the histogram measures without the test's lines.
+    controller.takeFurtherMeasures(everything(), std::nullopt);
+    EXPECT_EQ(controller.fields().furtherMeasures.size(), 10u);
+}
+
+// Both slices' pixels count, once each: the pooled stack of a picture and its copy measures as
+// the picture, the test's sums doubled alike.
+TEST_F(FurtherMeasuresTest, APooledStackIsMeasuredOverEverySlice) {
+    std::mt19937 rng(3);
+    const Samples s = randomSamples(24, 16, rng);
+    const std::string one = written("one.tif", s), two = written("two.tif", s);
+    ASSERT_TRUE(controller.openImageFile(one));
+    ASSERT_TRUE(controller.calculateFurtherMeasures(everything()));
+    const std::string observed = line("Observed r"), spearman = line("Spearman");
+
+    ASSERT_TRUE(controller.openStack({{{one, 0}, {one, 1}}, {{two, 0}, {two, 1}}}));
+    ASSERT_TRUE(controller.calculateFurtherMeasures(everything()));
+    EXPECT_EQ(line("Observed r"), observed);
+    EXPECT_EQ(line("Spearman"), spearman);
+    EXPECT_EQ(line("PSF size"), "2");
+}
+
+// Costes' thresholds applied as two corrections: the census then counts exactly the pixels
+// above both, and Restore Original brings the picture back.
+TEST_F(FurtherMeasuresTest, ApplyingCostesThresholdsKeepsThePixelsAboveThem) {
+    std::mt19937 rng(4);
+    const Samples s = randomSamples(50, 40, rng);
+    ASSERT_TRUE(controller.openImageFile(written("cells.tif", s)));
+    const std::string before = controller.fields().xyAxisPixelCountText;
+    MeasureRequest costes;
+    costes.costes = true;
+    ASSERT_TRUE(controller.calculateFurtherMeasures(costes));
+    const int ty = std::stoi(line("Costes Y threshold")),
+              tx = std::stoi(line("Costes X threshold"));
+    int above = 0;
+    for (int i = 0; i < 2000; ++i) {
+        above += int(s.at(i, 0)) > ty && int(s.at(i, 1)) > tx;
+    }
+    ASSERT_TRUE(controller.applyCostesThresholds());
+    EXPECT_EQ(controller.fields().xyAxisPixelCountText, std::to_string(above));
+    EXPECT_TRUE(controller.validateMenuItem(MenuAction::RestoreOriginal));
+    controller.restoreImageToOriginal();
+    EXPECT_EQ(controller.fields().xyAxisPixelCountText, before);
+}
+
+TEST_F(FurtherMeasuresTest, UndefinedMeasuresPrintNan) {
+    Samples flat{8, 8, {}};
+    for (int i = 0; i < 64; ++i) {
+        flat.rgb.insert(flat.rgb.end(), {std::uint32_t(i * 3), 7, 0});  // green constant
+    }
+    ASSERT_TRUE(controller.openImageFile(written("flat.tif", flat)));
+    ASSERT_TRUE(controller.calculateFurtherMeasures(everything()));
+    for (const char* name : {"Spearman", "Kendall", "Costes Y threshold", "Costes X threshold",
+                             "Costes slope", "tM2", "Observed r", "P-value"}) {
+        EXPECT_EQ(line(name), "nan") << name;
+    }
+    EXPECT_FALSE(controller.applyCostesThresholds());
+}
+
+}  // namespace
+}  // namespace pv
