@@ -1,6 +1,7 @@
 #include "analysis/Significance.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <limits>
@@ -16,7 +17,8 @@ namespace {
 __extension__ using UInt128 = unsigned __int128;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr int kLargestBlock = 128;  // keeps a block's Σ Y² and dot product within 32 bits
+constexpr int kLargestBlock = 128;
+constexpr std::size_t kGatherAhead = 64;  // keeps a block's Σ Y² and dot product within 32 bits
 
 std::uint64_t mix64(std::uint64_t z) {
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
@@ -45,6 +47,30 @@ class ShuffleRandom {
   private:
     std::uint64_t state_;
 };
+
+// Fisher-Yates. The draws do not depend on the order's contents, so each is made a few swaps
+// early and the place it will swap with fetched meanwhile: with many small blocks the order
+// outgrows the caches and every swap would otherwise wait for memory.
+void shuffle(std::vector<std::uint32_t>& order, ShuffleRandom random) {
+    constexpr std::size_t kAhead = 64;
+    std::array<std::uint64_t, kAhead> drawn{};
+    const std::size_t last = order.size() - 1;
+    auto draw = [&](std::size_t k) {
+        const std::uint64_t j = random.below(k + 1);
+        __builtin_prefetch(&order[j], 1);
+        drawn[(last - k) % kAhead] = j;
+    };
+    for (std::size_t k = last; k > 0 && last - k < kAhead; --k) {
+        draw(k);
+    }
+    for (std::size_t k = last; k > 0; --k) {
+        const std::uint64_t j = drawn[(last - k) % kAhead];
+        if (k > kAhead) {
+            draw(k - kAhead);
+        }
+        std::swap(order[k], order[j]);
+    }
+}
 
 // Normalised autocorrelation at each lag along one axis, until it falls to one half; answers
 // the half width there, interpolated.
@@ -174,6 +200,8 @@ bool BlockShuffleTest::addPlane(const ChannelView& view, RGBCombo combo, const M
         }
     }
     for (std::size_t b = 0; b < blocks; ++b) {
+        blocksY_ += blockY_[first + b];
+        blocksYY_ += blockYY_[first + b];
         states_[first + b] = insideCount[b] == 0              ? BlockState::Outside
                              : insideCount[b] == blockPixels_ ? BlockState::Inside
                                                               : BlockState::Partly;
@@ -183,13 +211,28 @@ bool BlockShuffleTest::addPlane(const ChannelView& view, RGBCombo combo, const M
 }
 
 BlockShuffleTest::Totals BlockShuffleTest::blockTotals(const std::uint32_t* source) const {
+    // Every block's Y lands somewhere, so the Y sums start from all blocks' and only the
+    // places outside the mask take theirs away: a fully analysed place reads nothing but its
+    // dot product.
     Totals t;
+    t.y = blocksY_;
+    t.yy = blocksYY_;
     const std::size_t k = blockPixels_;
     for (std::size_t d = 0; d < states_.size(); ++d) {
-        if (states_[d] == BlockState::Outside) {
-            continue;
+        if (d + kGatherAhead < states_.size()) {
+            // The blocks are read in shuffled order: fetch ahead rather than wait for each.
+            const std::uint8_t* next = &y_[std::size_t(source[d + kGatherAhead]) * k];
+            __builtin_prefetch(next);
+            __builtin_prefetch(next + k - 1);
         }
         const std::size_t from = source[d];
+        if (states_[d] != BlockState::Inside) {
+            t.y -= blockY_[from];
+            t.yy -= blockYY_[from];
+            if (states_[d] == BlockState::Outside) {
+                continue;
+            }
+        }
         const std::uint8_t* x = &x_[d * k];
         const std::uint8_t* y = &y_[from * k];
         std::uint32_t dot = 0;
@@ -197,19 +240,16 @@ BlockShuffleTest::Totals BlockShuffleTest::blockTotals(const std::uint32_t* sour
             dot += std::uint32_t(x[i]) * y[i];
         }
         t.xy += dot;
-        if (states_[d] == BlockState::Inside) {
-            t.y += blockY_[from];
-            t.yy += blockYY_[from];
-            continue;
+        if (states_[d] == BlockState::Partly) {
+            const std::uint8_t* in = &inside_[d * k];
+            std::uint32_t sy = 0, syy = 0;
+            for (std::size_t i = 0; i < k; ++i) {
+                sy += std::uint32_t(in[i] * y[i]);
+                syy += std::uint32_t(in[i] * y[i] * y[i]);
+            }
+            t.y += sy;
+            t.yy += syy;
         }
-        const std::uint8_t* in = &inside_[d * k];
-        std::uint32_t sy = 0, syy = 0;
-        for (std::size_t i = 0; i < k; ++i) {
-            sy += std::uint32_t(in[i] * y[i]);
-            syy += std::uint32_t(in[i] * y[i] * y[i]);
-        }
-        t.y += sy;
-        t.yy += syy;
     }
     return t;
 }
@@ -247,12 +287,8 @@ std::optional<SignificanceResult> BlockShuffleTest::run(int shuffles, std::uint6
             [&](unsigned w, std::int64_t begin, std::int64_t end) {
                 std::vector<std::uint32_t>& order = orders[w];
                 for (std::int64_t i = begin; i < end; ++i) {
-                    // Fisher-Yates from the identity, so each shuffle depends on its seed alone.
                     std::copy(identity.begin(), identity.end(), order.begin());
-                    ShuffleRandom random(seed, std::uint64_t(i));
-                    for (std::size_t k = blocks - 1; k > 0; --k) {
-                        std::swap(order[k], order[random.below(k + 1)]);
-                    }
+                    shuffle(order, ShuffleRandom(seed, std::uint64_t(i)));
                     r[std::size_t(i)] = pearsonOf(blockTotals(order.data()));
                     if (progress) {
                         progress(++done);

@@ -72,9 +72,10 @@ class BlockShuffleTest {
     std::vector<std::uint8_t> y_, x_;   // X already 0 outside the mask
     std::vector<std::uint8_t> inside_;  // 1 inside the mask, block by block; empty without one
     std::vector<BlockState> states_;
-    std::vector<std::uint32_t> blockY_;   // Σ Y of each block
-    std::vector<std::uint32_t> blockYY_;  // Σ Y² of each block
-    Totals fixed_;                        // pixels outside the blocks, and n, ΣX, ΣX² of all
+    std::vector<std::uint32_t> blockY_;        // Σ Y of each block
+    std::vector<std::uint32_t> blockYY_;       // Σ Y² of each block
+    std::int64_t blocksY_ = 0, blocksYY_ = 0;  // of all blocks
+    Totals fixed_;  // pixels outside the blocks, and n, ΣX, ΣX² of all
 };
 
 }  // namespace pv
