@@ -107,7 +107,7 @@ cli::Options wholeRoadOptions() {
 // Follows the road of one picture as the command line does, for one image, and builds the
 // report it would print.
 void analyse(PixmeraVeltroController& controller, cli::BatchPort& port, const cli::Options& o) {
-    cli::followRoad(controller, port, o);
+    (void)cli::followRoad(controller, port, o);
     (void)controller.cautions();
     const std::string report = buildReport(controller.fields());
     (void)report;

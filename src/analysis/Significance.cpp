@@ -269,7 +269,7 @@ std::optional<SignificanceResult> BlockShuffleTest::run(int shuffles, std::uint6
                                                         unsigned threads, const CancelHook& cancel,
                                                         const Progress& progress) const {
     const std::size_t blocks = states_.size();
-    SignificanceResult result{kNaN, kNaN, kNaN, kNaN, side_};
+    SignificanceResult result{kNaN, kNaN, kNaN, kNaN, side_, blocks};
     try {
         std::vector<std::uint32_t> identity(blocks);
         std::iota(identity.begin(), identity.end(), 0u);

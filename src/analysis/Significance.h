@@ -20,6 +20,7 @@ struct SignificanceResult {
     double shuffledSD = 0.0;  // sample standard deviation (N - 1)
     double pValue = 0.0;      // share of shuffles whose r is below the observed one
     int psfSize = 0;          // block side in pixels
+    std::size_t blocks = 0;   // whole blocks shuffled
 };
 
 // The block side from the channel's autocorrelation: the mean of the horizontal and vertical

@@ -54,7 +54,7 @@ void startController(PixmeraVeltroController& controller, const Options& o, unsi
     }
 }
 
-void followRoad(PixmeraVeltroController& controller, BatchPort& port, const Options& o) {
+Status followRoad(PixmeraVeltroController& controller, BatchPort& port, const Options& o) {
     for (const BackgroundStep& step : o.background) {
         controller.applyBackgroundLevel(step.channelItem, step.level);
     }
@@ -74,6 +74,7 @@ void followRoad(PixmeraVeltroController& controller, BatchPort& port, const Opti
             controller.reflectWhitePixels();
         }
     }
+    return o.measures.any() ? controller.calculateFurtherMeasures(o.measures) : Status();
 }
 
 namespace {

@@ -30,8 +30,9 @@ class BatchPort : public NullControllerPort {
 void startController(PixmeraVeltroController& controller, const Options& o, unsigned threads);
 
 // What a user does after opening the picture: each background correction, Calculate (going on
-// without a correction when asked), then the region, its Calculate and Reveal.
-void followRoad(PixmeraVeltroController& controller, BatchPort& port, const Options& o);
+// without a correction when asked), then the region, its Calculate and Reveal, and the further
+// measures' Calculate; answers how that went.
+Status followRoad(PixmeraVeltroController& controller, BatchPort& port, const Options& o);
 
 // Opens what the options ask of one image: the image itself, the two channel files, or two
 // channels of the image (pages of a stack at the slice and frame, or colours of a picture);

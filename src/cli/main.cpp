@@ -132,11 +132,8 @@ ImageOutcome analyseOne(const cli::Options& o, const std::string& image, unsigne
         out.failures.push_back(failureLine(image, line));
     }
 
-    cli::followRoad(controller, port, o);
-    if (o.measures.any()) {
-        if (const Status measured = controller.calculateFurtherMeasures(o.measures); !measured) {
-            out.failures.push_back(failureLine(image, measured.error().message()));
-        }
+    if (const Status measured = cli::followRoad(controller, port, o); !measured) {
+        out.failures.push_back(failureLine(image, measured.error().message()));
     }
 
     for (const Caution& c : controller.cautions()) {

@@ -1,6 +1,7 @@
 #include "controller/Cautions.h"
 
 #include <cctype>
+#include <cmath>
 #include <tuple>
 #include <utility>
 
@@ -161,6 +162,40 @@ std::vector<Caution> analysisCautions(const CautionFacts& facts) {
             "M2");
     }
     region.appendTo(out);
+    return out;
+}
+
+std::vector<Caution> furtherMeasureCautions(const FurtherMeasureResults& r, RGBCombo combo) {
+    const PairLabels labels = pairLabels(combo);
+    const std::string y = lowercase(labels.yAxis), x = lowercase(labels.xAxis);
+    const MeasureRequest& asked = r.asked;
+    Reasons reasons;
+    const std::string ranked =
+        tr("the pixels with %1 or %2 above 0 hold a single value of a channel, or none", {y, x});
+    for (const auto& [on, value, name] :
+         {std::tuple(asked.spearman, r.spearman, "Spearman"),
+          std::tuple(asked.kendall, r.kendall, "Kendall"), std::tuple(asked.icq, r.icq, "ICQ")}) {
+        if (on && std::isnan(value)) {
+            reasons.add(ranked, name);
+        }
+    }
+    std::vector<Caution> out;
+    reasons.appendTo(out);
+    if (asked.costes && !r.costes.thresholds) {
+        out.push_back({tr("the Costes thresholds are undefined: a channel is constant, or the %1 "
+                          "and %2 channels do not vary together",
+                          {y, x}),
+                       {}});
+    }
+    const SignificanceResult& s = r.significance;
+    if (asked.significance && std::isnan(s.pValue)) {
+        out.push_back({s.blocks < 2 ? tr("the significance test has no answer: fewer than two "
+                                         "whole blocks of %1 x %1 pixels fit the picture",
+                                         {std::to_string(s.psfSize)})
+                                    : tr("the significance test has no answer: a channel is "
+                                         "constant over the analysed pixels"),
+                       {}});
+    }
     return out;
 }
 

@@ -6,6 +6,7 @@
 
 #include "analysis/AnalysisState.h"
 #include "analysis/PairHistogram.h"
+#include "controller/MeasureTexts.h"
 #include "output/ResultFields.h"
 
 namespace pv {
@@ -33,5 +34,8 @@ struct CautionFacts {
 // every pixel, and
 // every coefficient that reads "nan" or "inf" with the reason its formula had no answer.
 std::vector<Caution> analysisCautions(const CautionFacts& facts);
+
+// The further measures that read "nan", with the reason, named as the report names them.
+std::vector<Caution> furtherMeasureCautions(const FurtherMeasureResults& results, RGBCombo combo);
 
 }  // namespace pv

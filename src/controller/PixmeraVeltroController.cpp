@@ -116,12 +116,19 @@ std::vector<Caution> PixmeraVeltroController::cautions() const {
     if (currentDisplayedImage().isEmpty()) {
         return {};
     }
-    return analysisCautions({.analysis = analysis_,
-                             .fields = fields_,
-                             .histogram = histogram_,
-                             .backgroundCorrected = image_.imageFileInfo.backgroundCorrected != 0,
-                             .pages = loadedPages_,
-                             .masked = mask_.has_value()});
+    std::vector<Caution> out =
+        analysisCautions({.analysis = analysis_,
+                          .fields = fields_,
+                          .histogram = histogram_,
+                          .backgroundCorrected = image_.imageFileInfo.backgroundCorrected != 0,
+                          .pages = loadedPages_,
+                          .masked = mask_.has_value()});
+    if (further_) {
+        for (Caution& c : furtherMeasureCautions(*further_, analysis_.rgbCombo)) {
+            out.push_back(std::move(c));
+        }
+    }
+    return out;
 }
 
 std::uint64_t PixmeraVeltroController::pixelsWithPair(int x, int y) const {

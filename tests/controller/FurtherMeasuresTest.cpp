@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -201,6 +202,35 @@ TEST_F(FurtherMeasuresTest, UndefinedMeasuresPrintNan) {
         EXPECT_EQ(line(name), "nan") << name;
     }
     EXPECT_FALSE(controller.applyCostesThresholds());
+    std::vector<std::string> said;
+    for (const Caution& c : controller.cautions()) {
+        said.push_back(c.text);
+    }
+    const std::vector<std::string> reasons = {
+        "Spearman and Kendall are undefined: the pixels with red or green above 0 hold a single "
+        "value of a channel, or none",
+        "the Costes thresholds are undefined: a channel is constant, or the red and green "
+        "channels do not vary together",
+        "the significance test has no answer: a channel is constant over the analysed pixels"};
+    for (const std::string& reason : reasons) {
+        EXPECT_NE(std::find(said.begin(), said.end(), reason), said.end()) << reason;
+    }
+}
+
+// Blocks too large for the picture leave nothing to shuffle, and say so.
+TEST_F(FurtherMeasuresTest, BlocksLargerThanHalfThePictureAreNamedAsTheReason) {
+    std::mt19937 rng(5);
+    ASSERT_TRUE(controller.openImageFile(written("cells.tif", randomSamples(20, 12, rng))));
+    MeasureRequest request = everything();
+    request.psfSize = 11;
+    ASSERT_TRUE(controller.calculateFurtherMeasures(request));
+    EXPECT_EQ(line("P-value"), "nan");
+    EXPECT_NE(line("Observed r"), "nan");
+    const std::vector<Caution> cautions = controller.cautions();
+    ASSERT_FALSE(cautions.empty());
+    EXPECT_EQ(cautions.back().text,
+              "the significance test has no answer: fewer than two whole blocks of 11 x 11 "
+              "pixels fit the picture");
 }
 
 }  // namespace
