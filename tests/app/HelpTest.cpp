@@ -145,7 +145,7 @@ class HelpTest : public QObject {
         HelpWindow& help = HelpWindow::instance();
         help.showPage("index.html");
         QListWidget* contents = help.ui().contents;
-        QCOMPARE(contents->count(), 9);
+        QCOMPARE(contents->count(), 10);
         QCOMPARE(contents->item(0)->text(), QString("Pixmera Veltro Help"));
         const QList<QListWidgetItem*> found =
             contents->findItems("The colocalization coefficients", Qt::MatchExactly);
