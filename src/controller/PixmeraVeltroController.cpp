@@ -123,7 +123,8 @@ std::vector<Caution> PixmeraVeltroController::cautions() const {
                           .backgroundCorrected = image_.imageFileInfo.backgroundCorrected != 0,
                           .pages = loadedPages_,
                           .masked = mask_.has_value()});
-    if (further_) {
+    // An empty mask has said all there is to say.
+    if (further_ && !(mask_ && analysis_.census.totalPixelCount == 0)) {
         for (Caution& c : furtherMeasureCautions(*further_, analysis_.rgbCombo)) {
             out.push_back(std::move(c));
         }
