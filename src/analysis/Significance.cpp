@@ -17,8 +17,8 @@ namespace {
 __extension__ using UInt128 = unsigned __int128;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr int kLargestBlock = 128;
-constexpr std::size_t kGatherAhead = 64;  // keeps a block's Σ Y² and dot product within 32 bits
+constexpr int kLargestBlock = 128;        // keeps a block's Σ Y² and dot product within 32 bits
+constexpr std::size_t kGatherAhead = 64;  // blocks fetched ahead of the one read; measured
 
 std::uint64_t mix64(std::uint64_t z) {
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
@@ -48,7 +48,7 @@ class ShuffleRandom {
     std::uint64_t state_;
 };
 
-// Fisher-Yates. The draws do not depend on the order's contents, so each is made a few swaps
+// Fisher-Yates. The draws do not depend on the order's contents, so each is made 64 swaps
 // early and the place it will swap with fetched meanwhile: with many small blocks the order
 // outgrows the caches and every swap would otherwise wait for memory.
 void shuffle(std::vector<std::uint32_t>& order, ShuffleRandom random) {
@@ -74,12 +74,12 @@ void shuffle(std::vector<std::uint32_t>& order, ShuffleRandom random) {
 
 // Normalised autocorrelation at each lag along one axis, until it falls to one half; answers
 // the half width there, interpolated.
-template <class Sample>
-double halfWidthAlong(std::int64_t along, const Sample& deviation, double variance) {
+template <class Covariance>
+double halfWidthAlong(std::int64_t along, const Covariance& atLag, double variance) {
     constexpr int kLags = 64;
     double previous = 1.0;
     for (std::int64_t d = 1; d <= kLags && d < along; ++d) {
-        const double c = deviation(d) / variance;
+        const double c = atLag(d) / variance;
         if (c <= 0.5) {
             return double(d - 1) + (previous - 0.5) / (previous - c);
         }
