@@ -348,6 +348,7 @@ void PixmeraVeltroController::restoreImageToOriginal() {
 
 void PixmeraVeltroController::reanalyse() {
     further_.reset();
+    ++analysisGeneration_;
     prepareForCalculatingCoefficients();
     setROIPixelInfo(false);
 }
@@ -672,8 +673,12 @@ Result<BlockShuffleTest> PixmeraVeltroController::significanceTest(const Measure
     return test;
 }
 
-void PixmeraVeltroController::takeFurtherMeasures(
-    const MeasureRequest& request, const std::optional<SignificanceResult>& significance) {
+bool PixmeraVeltroController::takeFurtherMeasures(
+    const MeasureRequest& request, const std::optional<SignificanceResult>& significance,
+    std::optional<std::uint64_t> madeIn) {
+    if (madeIn && *madeIn != analysisGeneration_) {
+        return false;
+    }
     const Action action(*this);
     further_ = histogramMeasures(request, jointCountsOf(histogram_));
     if (significance) {
@@ -681,6 +686,7 @@ void PixmeraVeltroController::takeFurtherMeasures(
     }
     further_->asked.significance = significance.has_value();
     refresh();
+    return true;
 }
 
 Status PixmeraVeltroController::calculateFurtherMeasures(const MeasureRequest& request) {

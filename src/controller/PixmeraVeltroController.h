@@ -166,9 +166,14 @@ class PixmeraVeltroController : public PixmeraController {
     // For front ends that run the significance test off their event loop: the test with its
     // own copy of the pixels, to run on any thread, ...
     Result<BlockShuffleTest> significanceTest(const MeasureRequest& request);
-    // ... and its result handed back (nothing when the request asks for no significance).
-    void takeFurtherMeasures(const MeasureRequest& request,
-                             const std::optional<SignificanceResult>& significance);
+    // ... and its result handed back (nothing when the request asks for no significance, or the
+    // test was cancelled). With the analysis generation the test was made in, a result that
+    // arrives after the analysis started over is dropped: false, and nothing changes.
+    bool takeFurtherMeasures(const MeasureRequest& request,
+                             const std::optional<SignificanceResult>& significance,
+                             std::optional<std::uint64_t> madeIn = std::nullopt);
+    // Changes whenever the analysis starts over (new picture, pair, correction or mask).
+    std::uint64_t analysisGeneration() const { return analysisGeneration_; }
     const std::optional<FurtherMeasureResults>& furtherMeasures() const { return further_; }
     // Costes' thresholds applied as two background corrections, the Y channel at its threshold
     // and the X channel at its own, so that Restore Original undoes them. False when there are
@@ -318,6 +323,7 @@ class PixmeraVeltroController : public PixmeraController {
     SelectionTool selectionTool_ = SelectionTool::Rectangle;
     BackgroundSettings backgroundSettings_;
     std::optional<FurtherMeasureResults> further_;
+    std::uint64_t analysisGeneration_ = 0;
 };
 
 }  // namespace pv

@@ -137,10 +137,11 @@ TEST_F(FurtherMeasuresTest, TheTestRunElsewhereGivesTheSameLines) {
     ASSERT_TRUE(controller.calculateFurtherMeasures(everything()));
     const std::vector<ResultLine> direct = controller.fields().furtherMeasures;
 
+    const std::uint64_t generation = controller.analysisGeneration();
     Result<BlockShuffleTest> test = controller.significanceTest(everything());
     ASSERT_TRUE(test);
     const auto result = test->run(40, 9, 3);
-    controller.takeFurtherMeasures(everything(), result);
+    ASSERT_TRUE(controller.takeFurtherMeasures(everything(), result, generation));
     ASSERT_EQ(controller.fields().furtherMeasures.size(), direct.size());
     for (std::size_t i = 0; i < direct.size(); ++i) {
         EXPECT_EQ(controller.fields().furtherMeasures[i].value, direct[i].value) << direct[i].name;
@@ -148,6 +149,10 @@ TEST_F(FurtherMeasuresTest, TheTestRunElsewhereGivesTheSameLines) {
     // Cancelled: the histogram measures without the test's lines.
     controller.takeFurtherMeasures(everything(), std::nullopt);
     EXPECT_EQ(controller.fields().furtherMeasures.size(), 10u);
+    // A result of the picture before a correction speaks of other pixels.
+    controller.applyBackgroundLevel(3, 30);
+    EXPECT_FALSE(controller.takeFurtherMeasures(everything(), result, generation));
+    EXPECT_TRUE(controller.fields().furtherMeasures.empty());
 }
 
 // Both slices' pixels count, once each: the pooled stack of a picture and its copy measures as
