@@ -569,8 +569,8 @@ Options:
   --shuffles N         shuffles of the significance test (default 200)
   --seed N             seed of the significance test's shuffles (default 1): the same seed
                        gives the same numbers on any machine and any number of cores
-  --psf PIXELS         the point-spread function's size, the side of the shuffled blocks;
-                       by default estimated from the Y channel's autocorrelation
+  --psf PIXELS         the point-spread function's size, the side of the shuffled blocks
+                       (1 to 128); by default estimated from the Y channel's autocorrelation
   --jobs N, -j N       analyse N files at a time (default: one per processor core)
   --help, -h           show this help
   --version            show the program's version
