@@ -9,6 +9,8 @@ namespace pv {
 struct ResultLine {
     std::string name;
     std::string value;
+
+    friend bool operator==(const ResultLine&, const ResultLine&) = default;
 };
 
 // The texts of the main window's result fields, exactly as shown. The report copies these; it
