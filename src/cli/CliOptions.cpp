@@ -555,10 +555,11 @@ Options:
   --mask FILE          analyse only the pixels where FILE (a picture of the same size, for
                        example a segmentation of the cells) is not 0: census, sums, scatter
                        gram, region and reveal; percentages then refer to those pixels
-  --labels FILE        analyse each cell of the label image FILE (a TIFF of the image's size,
-                       a whole number a pixel: the cell's label, 0 for the background; at most
-                       65535) in one pass: a table of one row per cell, its label after the
-                       pair, with the census, the coefficients and, with --roi, M1 and M2
+  --labels FILE        analyse each cell of the label image FILE (a grey TIFF or PNG of the
+                       image's size, a whole number a pixel: the cell's label, 0 for the
+                       background; at most 65535) in one pass: a table of one row per cell,
+                       its label after the pair, with the census, the coefficients and, with
+                       --roi, M1 and M2
   --depth BITS         read every 16-bit file as raw data of BITS bits (for example 12):
                        samples are scaled by 255 / (2^BITS - 1) in every file alike, so a
                        --background level means the same raw level throughout a batch;
