@@ -5,9 +5,27 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <string>
 #include <vector>
 
 namespace pv::test {
+
+// Every line of the further measures' block, in report order.
+inline const std::vector<std::string> kMeasureNames = {"Spearman",
+                                                       "Kendall",
+                                                       "ICQ",
+                                                       "Costes Y threshold",
+                                                       "Costes X threshold",
+                                                       "Costes slope",
+                                                       "Costes intercept",
+                                                       "Costes Rr",
+                                                       "tM1",
+                                                       "tM2",
+                                                       "Observed r",
+                                                       "Shuffled r mean",
+                                                       "Shuffled r SD",
+                                                       "P-value",
+                                                       "PSF size"};
 
 using Values = std::vector<long double>;
 

@@ -59,14 +59,19 @@ const std::string& tiffOf(int megapixels) {
     return path;
 }
 
+// A window sized as on a small laptop screen, shown.
+void showAsOnALaptop(MainWindow& window) {
+    window.resize(1340, 720);
+    window.show();
+    QApplication::processEvents();
+}
+
 // File > Open as the user has it, until the picture, the census and the coefficients' fields
 // are shown.
 void BM_AppOpen(benchmark::State& state) {
     const std::string& path = tiffOf(int(state.range(0)));
     MainWindow window;
-    window.resize(1340, 720);
-    window.show();
-    QApplication::processEvents();
+    showAsOnALaptop(window);
     for (auto _ : state) {
         QEventLoop loop;
         bool opened = false;
@@ -106,8 +111,7 @@ MainWindow& windowWith(int megapixels) {
     std::unique_ptr<MainWindow>& w = windows()[megapixels];
     if (!w) {
         w = std::make_unique<MainWindow>();
-        w->resize(1340, 720);
-        w->show();
+        showAsOnALaptop(*w);
         // A fresh picture rather than a copy of the cached one: the window keeps it.
         pv::bench::BenchImage image = pv::bench::makeFluorescenceImage(megapixels);
         w->controller().takePictureFromView(pv::Picture::at72dpi(std::move(image.bitmap)),
@@ -141,9 +145,7 @@ double secondsOf(Work&& work) {
 void BM_AppOpenPaired(benchmark::State& state) {
     const std::string& path = tiffOf(int(state.range(0)));
     MainWindow window;
-    window.resize(1340, 720);
-    window.show();
-    QApplication::processEvents();
+    showAsOnALaptop(window);
     std::vector<double> ratios;
     long peak = 0;
     for (auto _ : state) {

@@ -17,21 +17,7 @@ namespace {
 using pv::test::CliRun;
 using Args = std::vector<std::string>;
 
-const Args kNames = {"Spearman",
-                     "Kendall",
-                     "ICQ",
-                     "Costes Y threshold",
-                     "Costes X threshold",
-                     "Costes slope",
-                     "Costes intercept",
-                     "Costes Rr",
-                     "tM1",
-                     "tM2",
-                     "Observed r",
-                     "Shuffled r mean",
-                     "Shuffled r SD",
-                     "P-value",
-                     "PSF size"};
+const Args& kNames = pv::test::kMeasureNames;
 
 Args fields(const std::string& line) {
     Args cells;

@@ -20,22 +20,6 @@ MeasureRequest everything() {
     return {true, true, true, true, true, 40, 9, 2};
 }
 
-const std::vector<std::string> kAllNames = {"Spearman",
-                                            "Kendall",
-                                            "ICQ",
-                                            "Costes Y threshold",
-                                            "Costes X threshold",
-                                            "Costes slope",
-                                            "Costes intercept",
-                                            "Costes Rr",
-                                            "tM1",
-                                            "tM2",
-                                            "Observed r",
-                                            "Shuffled r mean",
-                                            "Shuffled r SD",
-                                            "P-value",
-                                            "PSF size"};
-
 // Red, green, blue samples pixel after pixel: the blue channel 0, so that every pixel with red
 // and green above 0 is counted as both.
 struct Samples {
@@ -99,7 +83,7 @@ TEST_F(FurtherMeasuresTest, MeasuresTheAnalysedPixelsAndGoIntoTheReport) {
     for (const ResultLine& l : controller.fields().furtherMeasures) {
         names.push_back(l.name);
     }
-    EXPECT_EQ(names, kAllNames);
+    EXPECT_EQ(names, test::kMeasureNames);
 
     Values y, x, ry, rx;  // every masked pixel, and those Rr uses
     for (int i = 0; i < 600; ++i) {
