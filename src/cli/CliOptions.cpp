@@ -498,8 +498,6 @@ ParseResult parseOptions(const std::vector<std::string>& rawArgs) {
                !o.measures.significance) {
         result.error =
             "--shuffles, --seed and --psf set the significance test: give --measures significance";
-    } else if (o.measures.any() && o.labels) {
-        result.error = "--measures are not calculated cell by cell; give them without --labels";
     }
     return result;
 }
@@ -558,8 +556,9 @@ Options:
   --labels FILE        analyse each cell of the label image FILE (a grey TIFF or PNG of the
                        image's size, a whole number a pixel: the cell's label, 0 for the
                        background; at most 65535) in one pass: a table of one row per cell,
-                       its label after the pair, with the census, the coefficients and, with
-                       --roi, M1 and M2
+                       its label after the pair, with the census, the coefficients, with --roi
+                       M1 and M2, and with --measures each cell's further measures (the
+                       significance test over the cell's bounding box, the cell as its mask)
   --depth BITS         read every 16-bit file as raw data of BITS bits (for example 12):
                        samples are scaled by 255 / (2^BITS - 1) in every file alike, so a
                        --background level means the same raw level throughout a batch;

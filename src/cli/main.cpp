@@ -152,7 +152,7 @@ ImageOutcome analyseOne(const cli::Options& o, const std::string& image, unsigne
         controller.sixteenBitTop() ? "255/" + std::to_string(*controller.sixteenBitTop()) : "";
     if (o.labels) {
         Result<std::vector<PixmeraVeltroController::CellFields>> cells =
-            controller.cellFields(*o.labels);
+            controller.cellFields(*o.labels, o.measures.any());
         if (!cells) {
             out.failures.push_back(failureLine(image, "labels " + cells.error().message()));
         } else {

@@ -6,6 +6,7 @@
 #include "analysis/Coefficients.h"
 #include "analysis/LabelAnalysis.h"
 #include "analysis/ScatterGram.h"
+#include "controller/CellMeasures.h"
 #include "core/Localization.h"
 #include "image/FileFacts.h"
 #include "image/ImageFile.h"
@@ -223,16 +224,16 @@ Status PixmeraVeltroController::setMaskFile(const std::string& path) {
 }
 
 Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController::cellFields(
-    const std::string& labelPath) {
+    const std::string& labelPath, bool withFurtherMeasures) {
     Result<LabelImage> labels = readLabelImage(labelPath);
     if (!labels) {
         return labels.error();
     }
-    return cellFields(*labels, labelPath);
+    return cellFields(*labels, labelPath, withFurtherMeasures);
 }
 
 Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController::cellFields(
-    const LabelImage& labels, const std::string& labelPath) {
+    const LabelImage& labels, const std::string& labelPath, bool withFurtherMeasures) {
     const Picture& picture = image_.currentDisplayedImage();
     if (labels.wide != picture.pixelsWide() || labels.high != picture.pixelsHigh()) {
         return Error{labelPath, tr("the label image is %1 x %2 pixels but the picture is %3 x %4",
@@ -254,6 +255,21 @@ Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController
         state.roiSums = cell.roiSums;
         state.roiCoefficients = colocalization_M1M2(cell.roiSums);
         cells.push_back({cell.label, cell.census.totalPixelCount, resultFields(state, shown_)});
+    }
+    if (withFurtherMeasures && further_) {
+        std::vector<std::uint32_t> numbers;
+        for (const CellFields& cell : cells) {
+            numbers.push_back(cell.label);
+        }
+        Result<std::vector<FurtherMeasureResults>> measures =
+            cellFurtherMeasures(*further_, image_.channels(), labels, numbers, analysis_.rgbCombo,
+                                mask, labelPath, analysisThreads_);
+        if (!measures) {
+            return measures.error();
+        }
+        for (std::size_t i = 0; i < cells.size(); ++i) {
+            cells[i].fields.furtherMeasures = furtherMeasureLines(measures.value()[i]);
+        }
     }
     return cells;
 }

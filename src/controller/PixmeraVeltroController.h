@@ -122,10 +122,14 @@ class PixmeraVeltroController : public PixmeraController {
         std::int32_t pixels = 0;  // of the cell (inside the mask)
         ResultFields fields;
     };
-    Result<std::vector<CellFields>> cellFields(const std::string& labelPath);
+    // With withFurtherMeasures, the further measures calculated so far are worked out for
+    // each cell too, over its pixels (those of the significance test over its bounding box).
+    Result<std::vector<CellFields>> cellFields(const std::string& labelPath,
+                                               bool withFurtherMeasures = false);
     // The same of labels already read from labelPath, for front ends that keep them.
     Result<std::vector<CellFields>> cellFields(const LabelImage& labels,
-                                               const std::string& labelPath);
+                                               const std::string& labelPath,
+                                               bool withFurtherMeasures = false);
     // The same with the file already read (readImageFile may run on another thread; this must
     // not): for front ends that keep reading a large file off their event loop.
     Status openReadPicture(const std::string& path, Result<Picture> read);
