@@ -4,12 +4,15 @@
 #include <chrono>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <vector>
 
 #include "BenchImages.h"
 #include "analysis/AnalysisPass.h"
 #include "analysis/LabelAnalysis.h"
+#include "analysis/LabelMeasures.h"
 #include "analysis/ScatterGram.h"
+#include "controller/MeasureTexts.h"
 
 namespace {
 
@@ -133,8 +136,35 @@ void BM_LabelAnalysisPaired(benchmark::State& state) {
     state.counters["median_vs_pass"] = ratios.empty() ? 0 : ratios[ratios.size() / 2];
 }
 
+// Every cell's histogram measures, as --labels with --measures spearman,kendall,icq,costes
+// works them out after the cells' pass: the labelled pixels' bins sorted by label, then each
+// cell's joint counts in a reused histogram and the measures of them.
+void BM_LabelMeasures(benchmark::State& state) {
+    const auto& img = fluorescenceImage(int(state.range(0)));
+    const pv::LabelImage& labels = cellGrid(int(state.range(0)));
+    std::vector<std::uint32_t> cells(71 * 71);
+    std::iota(cells.begin(), cells.end(), 1u);
+    pv::MeasureRequest request;
+    request.spearman = request.kendall = request.icq = request.costes = true;
+    std::vector<pv::FurtherMeasureResults> results(cells.size());
+    std::size_t bins = 0;
+    for (auto _ : state) {
+        const pv::LabelBins sorted =
+            pv::binsByLabel(img.bitmap.channels(), labels, pv::RGBCombo::RedGreen);
+        pv::forEachLabelCounts(sorted, cells, [&](std::size_t i, const pv::JointCounts& counts) {
+            results[i] = pv::histogramMeasures(request, counts);
+        });
+        bins = sorted.bins.size();
+        benchmark::DoNotOptimize(results.data());
+    }
+    state.counters["cells"] = double(cells.size());
+    state.counters["sorted_MB"] = double(bins * sizeof(std::uint16_t)) / 1e6;
+    state.SetLabel("vs BM_AnalysisPass/" + std::to_string(state.range(0)));
+}
+
 }  // namespace
 
+BENCHMARK(BM_LabelMeasures)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_LabelAnalysis)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_LabelAnalysisPaired)
     ->Args({64, 0})
