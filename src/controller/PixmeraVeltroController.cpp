@@ -415,7 +415,7 @@ Result<Picture> PixmeraVeltroController::stackSlice(std::size_t i) {
     }
     const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
     Result<Picture> next = readChannelPair(stack_[i].first, stack_[i].second,
-                                           {int(pair.y), int(pair.x)}, readOptions_);
+                                           {int(pair.y), int(pair.x), true}, readOptions_);
     if (!next || corrections_.empty()) {
         return next;
     }

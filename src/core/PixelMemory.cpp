@@ -116,6 +116,20 @@ void discard(std::uint8_t* start, std::size_t bytes) noexcept {
     }
 }
 
+void zero(std::uint8_t* start, std::size_t bytes) noexcept {
+    constexpr std::uintptr_t kPage = 4096;
+    const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(start);
+    const std::uintptr_t first = (at + kPage - 1) & ~(kPage - 1);
+    const std::uintptr_t end = (at + bytes) & ~(kPage - 1);
+    if (end <= first) {
+        std::memset(start, 0, bytes);
+        return;
+    }
+    std::memset(start, 0, first - at);
+    discard(start, bytes);
+    std::memset(reinterpret_cast<std::uint8_t*>(end), 0, at + bytes - end);
+}
+
 KeepFreedBlocks::KeepFreedBlocks() {
     ++kept.keepers;
 }

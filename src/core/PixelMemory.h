@@ -18,6 +18,9 @@ void release(std::uint8_t* block, std::size_t bytes) noexcept;
 // The pages wholly inside [start, start + bytes) of a block go back to the system; their bytes
 // read as zero afterwards. For data consumed on the way to somewhere else.
 void discard(std::uint8_t* start, std::size_t bytes) noexcept;
+// Sets [start, start + bytes) of a block to zero, handing its whole pages back to the system
+// rather than writing them, so that zeros nobody writes cost no memory.
+void zero(std::uint8_t* start, std::size_t bytes) noexcept;
 
 // While one lives, the calling thread keeps the largest block it frees (one at most) and hands
 // it out again for the next request it can hold; the block is returned to the system when the

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "core/Localization.h"
+#include "core/PixelMemory.h"
 #include "image/StackLayout.h"
 
 namespace pv {
@@ -59,7 +60,8 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
             return error;
         }
         if (!out) {
-            out = Bitmap::create(read->pixelsWide(), read->pixelsHigh(), 3, false, false, 0, true);
+            out = Bitmap::create(read->pixelsWide(), read->pixelsHigh(), 3, false, into.planes, 0,
+                                 !into.planes);
             if (!out) {
                 return Error{source.path,
                              tr("there is not enough memory to open the picture (%1 pixels)",
@@ -77,10 +79,10 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
         const ChannelView from = read->bitmap->channels();
         const int channel = source.channel.value_or(0);
         const std::size_t place = std::size_t(places[i]);
+        const WritableChannelView to = out->writableChannels();
         for (int r = 0; r < out->pixelsHigh(); ++r) {
-            std::uint8_t* row = out->row(0, r) + place;
             for (std::int64_t c = 0; c < from.width; ++c) {
-                row[3 * c] = *from.sample(channel, r, c);
+                *to.sample(int(place), r, c) = *from.sample(channel, r, c);
             }
         }
         tops[i] = read->sixteenBitTop;
@@ -100,6 +102,11 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
         if (auto error = take(*tops[0] < *tops[1] ? 0 : 1, common)) {
             return *error;
         }
+    }
+    if (into.planes) {
+        const int third = 3 - into.y - into.x;
+        pixel_memory::zero(out->row(third, 0),
+                           std::size_t(out->bytesPerRow()) * std::size_t(out->pixelsHigh()));
     }
     Picture picture = Picture::at72dpi(std::move(*out));
     picture.size = size;

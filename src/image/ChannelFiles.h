@@ -22,6 +22,9 @@ struct ChannelSource {
 struct ChannelPlaces {
     int y = 0;
     int x = 1;
+    // In planes rather than meshed: the third plane is never written, so a slice of a stack that
+    // is only counted costs two bytes a pixel.
+    bool planes = false;
 };
 
 // Reads two single-channel pictures, as microscopes save each channel, into one meshed RGB

@@ -54,5 +54,24 @@ TEST(PixelMemory, AKeepingThreadReusesItsLastFreedBlock) {
     }
 }
 
+// Zeroing a stretch that starts and ends inside pages, over written memory of the heap and of a
+// mapping, leaves zeros exactly there and every byte around it as it was.
+TEST(PixelMemory, ZeroingAStretchKeepsItsNeighbours) {
+    for (const std::size_t bytes : {std::size_t(5000), 3 * kMB + 5}) {
+        for (const auto& [from, length] :
+             {std::pair<std::size_t, std::size_t>(3, 10), {100, bytes / 2 + 7}, {1, bytes - 2}}) {
+            SCOPED_TRACE(::testing::Message() << bytes << " bytes, " << from << "+" << length);
+            PixelBlock b = PixelBlock::allocate(bytes, false);
+            ASSERT_TRUE(b);
+            std::fill(b.get(), b.get() + bytes, std::uint8_t(0x5A));
+            pixel_memory::zero(b.get() + from, length);
+            for (std::size_t i = 0; i < bytes; ++i) {
+                const bool inside = i >= from && i < from + length;
+                ASSERT_EQ(b.get()[i], inside ? 0 : 0x5A) << i;
+            }
+        }
+    }
+}
+
 }  // namespace
 }  // namespace pv
