@@ -26,6 +26,7 @@
 #include "analysis/ScatterGram.h"
 #include "app/AboutBox.h"
 #include "app/BackgroundWindow.h"
+#include "app/FurtherMeasuresPanel.h"
 #include "app/HelpWindow.h"
 #include "app/ImageInfoDialog.h"
 #include "app/ImagePrinter.h"
@@ -116,6 +117,10 @@ MainWindow::MainWindow(QWidget* parent)
     ui_->setupUi(this);
     inputs_ = new Inputs(*controller_, *ui_, this);
     connect(inputs_, &Inputs::failed, this, &MainWindow::showMessage);
+    furtherMeasures_ = new FurtherMeasuresPanel(*controller_, *ui_->scatterGramGraph, this);
+    ui_->resultsColumn->insertWidget(ui_->resultsColumn->indexOf(ui_->roiBox) + 1, furtherMeasures_,
+                                     1);
+    connect(furtherMeasures_, &FurtherMeasuresPanel::failed, this, &MainWindow::showMessage);
     imageStatus_ = new QLabel(this);
     hoverStatus_ = new QLabel(this);
     cautionStatus_ = new QLabel(this);
@@ -169,12 +174,15 @@ MainWindow::MainWindow(QWidget* parent)
     connectControls();
     connectMenus();
     // Tab goes through the controls in the order of the road of one image.
-    const QList<QWidget*> order = {
+    QList<QWidget*> order = {
         ui_->roiPreview,         ui_->channelsPopupMenu, ui_->selectionToolPopupMenu,
         ui_->continuousCheckBox, ui_->checkbox_Rr,       ui_->checkbox_R,
         ui_->checkbox_k1,        ui_->checkbox_m1,       ui_->calculateCoefficientButton,
         ui_->selectAllButton,    ui_->clearAllButton,    ui_->calculateROIButton,
         ui_->reflectROIButton,   ui_->backgroundButton,  ui_->saveButton};
+    for (QWidget* w : furtherMeasures_->tabOrder()) {
+        order.insert(order.indexOf(ui_->backgroundButton), w);
+    }
     for (qsizetype i = 1; i < order.size(); ++i) {
         QWidget::setTabOrder(order[i - 1], order[i]);
     }
@@ -559,6 +567,9 @@ void MainWindow::refreshControls() {
     // The picture and its file may have changed with the action too.
     if (inputs_ != nullptr) {
         inputs_->refresh();
+    }
+    if (furtherMeasures_ != nullptr) {
+        furtherMeasures_->refresh();
     }
     validateMenus();
     updateWindowTitle();

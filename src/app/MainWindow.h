@@ -18,6 +18,7 @@ class QProgressDialog;
 
 namespace pv::app {
 
+class FurtherMeasuresPanel;
 class ImageInfoDialog;
 class Inputs;
 class PreferencesDialog;
@@ -88,6 +89,7 @@ class MainWindow : public QMainWindow {
     PreferencesDialog* preferences_ = nullptr;  // made on first use, kept
     QPointer<ImageInfoDialog> imageInfo_;       // made at each opening, gone when closed
     Inputs* inputs_ = nullptr;  // channel files, stacks, mask and labels; made with the ui
+    FurtherMeasuresPanel* furtherMeasures_ = nullptr;  // beside the coefficients; made with the ui
 };
 
 }  // namespace pv::app

@@ -91,6 +91,13 @@ void ScatterGramWidget::setPicture(const Picture& scatterGram) {
     update();
 }
 
+void ScatterGramWidget::setThresholdLines(std::optional<QPoint> levels) {
+    if (levels != thresholds_) {
+        thresholds_ = levels;
+        update();
+    }
+}
+
 int ScatterGramWidget::zoom() const {
     return width() >= sideFor(2) && height() >= sideFor(2) ? 2 : 1;
 }
@@ -138,6 +145,16 @@ void ScatterGramWidget::paintEvent(QPaintEvent*) {
     painter.drawRect(picture.adjusted(-1, -1, 0, 0));
     if (!image_.isNull()) {
         painter.drawImage(picture, image_);  // no smooth transform: sharp levels
+    }
+    if (thresholds_) {
+        // Cyan stands apart from the red, green and yellow of the points.
+        const QColor line(0, 200, 255);
+        const int z = zoom();
+        painter.fillRect(
+            QRect(picture.left() + thresholds_->x() * z, picture.top(), z, picture.height()), line);
+        painter.fillRect(QRect(picture.left(), picture.top() + (kLevels - 1 - thresholds_->y()) * z,
+                               picture.width(), z),
+                         line);
     }
     if (view_ == nullptr) {
         return;

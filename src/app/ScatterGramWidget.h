@@ -3,6 +3,7 @@
 #include <QImage>
 #include <QTransform>
 #include <QWidget>
+#include <optional>
 
 #include "image/Picture.h"
 #include "roi/ScatterGramView.h"
@@ -23,6 +24,10 @@ class ScatterGramWidget : public QWidget {
     // The region object the mouse goes to; owned by the controller, which outlives the window.
     void setRegionView(CROI_ScatterGramCroppingImageView* view);
     void setPicture(const Picture& scatterGram);
+    // Lines across the picture at an X and a Y intensity (x, y), each covering that level's
+    // cells so that what lies beyond it is what the threshold keeps; none without.
+    void setThresholdLines(std::optional<QPoint> levels);
+    std::optional<QPoint> thresholdLines() const { return thresholds_; }
 
     // 1 or 2, from the widget's size.
     int zoom() const;
@@ -63,6 +68,7 @@ class ScatterGramWidget : public QWidget {
     // as a plain one; the marker wants both with a click count of 2.
     int clickCount_ = 1;
     QPoint hoveredCell_{-1, -1};
+    std::optional<QPoint> thresholds_;
 };
 
 }  // namespace pv::app

@@ -179,6 +179,11 @@ class PixmeraVeltroController : public PixmeraController {
     // Changes whenever the analysis starts over (new picture, pair, correction or mask).
     std::uint64_t analysisGeneration() const { return analysisGeneration_; }
     const std::optional<FurtherMeasureResults>& furtherMeasures() const { return further_; }
+    // The Costes thresholds among the results (asked for, and defined): what the scatter gram
+    // marks and Apply Costes Thresholds would apply.
+    std::optional<CostesResult::Thresholds> costesThresholdsShown() const {
+        return further_ && further_->asked.costes ? further_->costes.thresholds : std::nullopt;
+    }
     // Costes' thresholds applied as two background corrections, the Y channel at its threshold
     // and the X channel at its own, so that Restore Original undoes them. False when there are
     // no thresholds to apply.

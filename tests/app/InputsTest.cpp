@@ -27,6 +27,7 @@ using pv::app::MainWindow;
 using pv::app::OpenChannelsDialog;
 using pv::test::kSample;
 using pv::test::open;
+using pv::test::unnamedControl;
 using pv::testing::GreyPage;
 
 namespace {
@@ -87,20 +88,6 @@ void chooseFile(QAction* item, const QString& path) {
 // Where picture pixel (x, y) is drawn in the view, for a picture shown at 100 %.
 QPoint drawnAt(pv::app::ImageView* view, int x, int y) {
     return QPoint((view->width() - kWide) / 2 + x, (view->height() - kHigh) / 2 + y);
-}
-
-// The first control under `top` that takes the keyboard focus but has no name a screen reader
-// could say; empty when every one has.
-QString unnamedControl(QWidget& top) {
-    for (QWidget* c : top.findChildren<QWidget*>()) {
-        if (c->isVisible() && (c->focusPolicy() & Qt::TabFocus)) {
-            QAccessibleInterface* a = QAccessible::queryAccessibleInterface(c);
-            if (a == nullptr || a->text(QAccessible::Name).isEmpty()) {
-                return c->objectName();
-            }
-        }
-    }
-    return QString();
 }
 
 // The text of the message box the window shows, closing it; empty when there is none.

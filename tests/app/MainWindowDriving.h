@@ -3,6 +3,7 @@
 // What the window tests do as a user would: open a file (the bundled sample, say), answer a
 // question and drag a rectangle on the scatter gram.
 #include <QAbstractButton>
+#include <QAccessible>
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QtTest>
@@ -39,6 +40,20 @@ inline void drag(app::ScatterGramWidget* sg, QPointF from, QPointF to) {
     QTest::mousePress(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(from).toPoint());
     QTest::mouseMove(sg, sg->toWidget(to).toPoint());
     QTest::mouseRelease(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(to).toPoint());
+}
+
+// The first control under `top` that takes the keyboard focus but has no name a screen reader
+// could say; empty when every one has.
+inline QString unnamedControl(QWidget& top) {
+    for (QWidget* c : top.findChildren<QWidget*>()) {
+        if (c->isVisible() && (c->focusPolicy() & Qt::TabFocus)) {
+            QAccessibleInterface* a = QAccessible::queryAccessibleInterface(c);
+            if (a == nullptr || a->text(QAccessible::Name).isEmpty()) {
+                return c->objectName();
+            }
+        }
+    }
+    return QString();
 }
 
 }  // namespace pv::test

@@ -172,7 +172,11 @@ TEST_F(FurtherMeasuresTest, ApplyingCostesThresholdsKeepsThePixelsAboveThem) {
     for (int i = 0; i < 2000; ++i) {
         above += int(s.at(i, 0)) > ty && int(s.at(i, 1)) > tx;
     }
+    const auto shown = controller.costesThresholdsShown();
+    ASSERT_TRUE(shown.has_value());
+    EXPECT_EQ(std::pair(shown->y, shown->x), std::pair(ty, tx));
     ASSERT_TRUE(controller.applyCostesThresholds());
+    EXPECT_FALSE(controller.costesThresholdsShown());  // the analysis started over
     EXPECT_EQ(controller.fields().xyAxisPixelCountText, std::to_string(above));
     EXPECT_TRUE(controller.validateMenuItem(MenuAction::RestoreOriginal));
     controller.restoreImageToOriginal();
@@ -190,6 +194,7 @@ TEST_F(FurtherMeasuresTest, UndefinedMeasuresPrintNan) {
                              "Costes slope", "tM2", "Observed r", "P-value"}) {
         EXPECT_EQ(line(name), "nan") << name;
     }
+    EXPECT_FALSE(controller.costesThresholdsShown());
     EXPECT_FALSE(controller.applyCostesThresholds());
     std::vector<std::string> said;
     for (const Caution& c : controller.cautions()) {

@@ -1,0 +1,289 @@
+#include "app/FurtherMeasuresPanel.h"
+
+#include <QCheckBox>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QTimer>
+#include <QTreeWidget>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include "app/ScatterGramWidget.h"
+
+namespace pv::app {
+
+namespace {
+
+QString toQString(const std::string& s) {
+    return QString::fromStdString(s);
+}
+
+// A spin box with a label that gives it a mnemonic and a name a screen reader says.
+QSpinBox* addSpinBox(QHBoxLayout* row, const QString& title, const QString& name, int from, int to,
+                     int value, QWidget* parent) {
+    auto* label = new QLabel(title, parent);
+    auto* box = new QSpinBox(parent);
+    box->setObjectName(name);
+    box->setRange(from, to);
+    box->setValue(value);
+    label->setBuddy(box);
+    // The focus goes to the box's own line edit, which is what a screen reader then names.
+    for (QWidget* w : std::initializer_list<QWidget*>{box, box->findChild<QLineEdit*>()}) {
+        w->setAccessibleName(QString(title).remove('&').remove(':'));
+    }
+    row->addWidget(label);
+    row->addWidget(box);
+    return box;
+}
+
+}  // namespace
+
+FurtherMeasuresPanel::FurtherMeasuresPanel(PixmeraVeltroController& controller,
+                                           ScatterGramWidget& scatterGram, QWidget* parent)
+    : QGroupBox(tr("Further Measures"), parent),
+      controller_(controller),
+      scatterGram_(scatterGram),
+      spearman_(new QCheckBox(tr("Spear&man"), this)),
+      kendall_(new QCheckBox(tr("&Kendall"), this)),
+      icq_(new QCheckBox(tr("IC&Q"), this)),
+      costes_(new QCheckBox(tr("C&ostes"), this)),
+      significance_(new QCheckBox(tr("Si&gnificance"), this)),
+      calculate_(new QPushButton(tr("Ca&lculate"), this)),
+      applyCostes_(new QPushButton(tr("&Apply Costes Thresholds"), this)),
+      progress_(new QProgressBar(this)),
+      cancel_(new QPushButton(tr("Ca&ncel"), this)),
+      results_(new QTreeWidget(this)),
+      progressTimer_(new QTimer(this)) {
+    setObjectName("furtherMeasuresBox");
+    auto* layout = new QGridLayout(this);
+    layout->setVerticalSpacing(4);
+    const std::pair<QCheckBox*, const char*> boxes[] = {{spearman_, "spearmanCheckBox"},
+                                                        {kendall_, "kendallCheckBox"},
+                                                        {icq_, "icqCheckBox"},
+                                                        {costes_, "costesCheckBox"},
+                                                        {significance_, "significanceCheckBox"}};
+    for (int i = 0; i < 5; ++i) {
+        QCheckBox* box = boxes[i].first;
+        box->setObjectName(boxes[i].second);
+        box->setAccessibleName(box->text().remove('&'));
+        box->setChecked(box != significance_);  // the test takes a while; the rest is instant
+        layout->addWidget(box, i / 3, i % 3);
+        connect(box, &QCheckBox::toggled, this, &FurtherMeasuresPanel::updateControls);
+    }
+    spearman_->setToolTip(tr("Spearman's rank correlation of the pixels Rr uses"));
+    kendall_->setToolTip(tr("Kendall's tau-b of the pixels Rr uses"));
+    icq_->setToolTip(tr("Li's intensity correlation quotient of the pixels Rr uses"));
+    costes_->setToolTip(tr("Costes' automatic thresholds, with Rr and tM1, tM2 above them"));
+    significance_->setToolTip(tr("Costes' test of the correlation against shuffled blocks"));
+
+    // The test's settings beside and under its check box, so that the panel stays low enough
+    // for a 768-pixel screen.
+    auto* seedRow = new QHBoxLayout;
+    seed_ = addSpinBox(seedRow, tr("See&d:"), "seedSpinBox", 0, 999999, int(MeasureRequest{}.seed),
+                       this);
+    seed_->setToolTip(tr("The same seed gives the same shuffles"));
+    layout->addLayout(seedRow, 1, 2);
+    auto* parameters = new QHBoxLayout;
+    shuffles_ = addSpinBox(parameters, tr("Sh&uffles:"), "shufflesSpinBox", 1, 1000000,
+                           MeasureRequest{}.shuffles, this);
+    // 0 stands for the size estimated from the picture.
+    psf_ = addSpinBox(parameters, tr("&PSF:"), "psfSpinBox", 0, 128, 0, this);
+    psf_->setSpecialValueText(tr("Auto"));
+    psf_->setToolTip(
+        tr("The side of the shuffled blocks in pixels; Auto estimates it from the "
+           "Y channel"));
+    parameters->addStretch();
+    layout->addLayout(parameters, 2, 0, 1, 3);
+
+    // While the test runs, its progress and Cancel take the place of the buttons.
+    auto* buttons = new QHBoxLayout;
+    calculate_->setObjectName("calculateMeasuresButton");
+    calculate_->setAccessibleName(tr("Calculate further measures"));
+    applyCostes_->setObjectName("applyCostesButton");
+    applyCostes_->setAccessibleName(tr("Apply Costes Thresholds"));
+    applyCostes_->setToolTip(
+        tr("Sets each channel to 0 at and below its Costes threshold; "
+           "Restore Original undoes it"));
+    progress_->setObjectName("significanceProgress");
+    progress_->setAccessibleName(tr("Significance test progress"));
+    progress_->setFormat(tr("%v of %m shuffles"));
+    cancel_->setObjectName("cancelMeasuresButton");
+    cancel_->setAccessibleName(tr("Cancel the significance test"));
+    buttons->addWidget(calculate_);
+    buttons->addWidget(applyCostes_);
+    buttons->addWidget(progress_, 1);
+    buttons->addWidget(cancel_);
+    buttons->addStretch();
+    layout->addLayout(buttons, 3, 0, 1, 3);
+    progress_->hide();
+    cancel_->hide();
+
+    results_->setObjectName("furtherMeasuresResults");
+    results_->setAccessibleName(tr("Further measures results"));
+    results_->setColumnCount(2);
+    results_->setHeaderHidden(true);
+    results_->setRootIsDecorated(false);
+    results_->setUniformRowHeights(true);
+    results_->setSelectionMode(QAbstractItemView::NoSelection);
+    results_->header()->setStretchLastSection(false);
+    results_->header()->setSectionResizeMode(0, QHeaderView::Stretch);
+    results_->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
+    results_->setMinimumHeight(results_->fontMetrics().lineSpacing() * 3 + 8);
+    layout->addWidget(results_, 4, 0, 1, 3);
+    layout->setRowStretch(4, 1);
+
+    connect(calculate_, &QPushButton::clicked, this, &FurtherMeasuresPanel::calculate);
+    connect(applyCostes_, &QPushButton::clicked, this,
+            [this] { controller_.applyCostesThresholds(); });
+    connect(cancel_, &QPushButton::clicked, this, &FurtherMeasuresPanel::cancelTest);
+    connect(&watcher_, &QFutureWatcherBase::finished, this, &FurtherMeasuresPanel::testEnded);
+    connect(progressTimer_, &QTimer::timeout, this, [this] {
+        if (running_) {
+            progress_->setValue(running_->done.load());
+        }
+    });
+    updateControls();
+}
+
+FurtherMeasuresPanel::~FurtherMeasuresPanel() {
+    if (running_) {
+        running_->cancelled = true;
+        watcher_.disconnect(this);
+        watcher_.waitForFinished();
+    }
+}
+
+QList<QWidget*> FurtherMeasuresPanel::tabOrder() const {
+    return {spearman_, kendall_, icq_,       costes_, significance_, shuffles_,
+            psf_,      seed_,    calculate_, cancel_, applyCostes_,  results_};
+}
+
+MeasureRequest FurtherMeasuresPanel::request() const {
+    MeasureRequest r;
+    r.spearman = spearman_->isChecked();
+    r.kendall = kendall_->isChecked();
+    r.icq = icq_->isChecked();
+    r.costes = costes_->isChecked();
+    r.significance = significance_->isChecked();
+    r.shuffles = shuffles_->value();
+    r.seed = std::uint64_t(seed_->value());
+    if (psf_->value() > 0) {
+        r.psfSize = psf_->value();
+    }
+    return r;
+}
+
+void FurtherMeasuresPanel::calculate() {
+    const MeasureRequest r = request();
+    if (r.significance) {
+        startTest(r);
+        return;
+    }
+    const Status status = controller_.calculateFurtherMeasures(r);
+    if (!status.ok()) {
+        emit failed(tr("Further Measures"), toQString(status.error().message()));
+    }
+    emit calculationEnded();
+}
+
+void FurtherMeasuresPanel::startTest(const MeasureRequest& r) {
+    Result<BlockShuffleTest> test = controller_.significanceTest(r);
+    if (!test) {
+        emit failed(tr("Further Measures"), toQString(test.error().message()));
+        emit calculationEnded();
+        return;
+    }
+    running_ = std::make_shared<Running>();
+    running_->request = r;
+    running_->generation = controller_.analysisGeneration();
+    progress_->setRange(0, r.shuffles);
+    progress_->setValue(0);
+    progressTimer_->start(100);
+    const bool keys = calculate_->hasFocus();  // the keyboard stays with the panel
+    updateControls();
+    if (keys) {
+        cancel_->setFocus();
+    }
+    auto shared = std::make_shared<BlockShuffleTest>(std::move(*test));
+    watcher_.setFuture(QtConcurrent::run([shared, running = running_] {
+        const MeasureRequest& q = running->request;
+        return shared->run(
+            q.shuffles, q.seed, 0, [&running] { return running->cancelled.load(); },
+            [&running](int done) {
+                // Workers finish shuffles out of order; the bar only moves forward.
+                int seen = running->done.load();
+                while (done > seen && !running->done.compare_exchange_weak(seen, done)) {
+                }
+            });
+    }));
+}
+
+void FurtherMeasuresPanel::testEnded() {
+    const std::shared_ptr<Running> ended = std::move(running_);
+    const bool keys = cancel_->hasFocus();
+    progressTimer_->stop();
+    const Outcome outcome = watcher_.result();
+    if (!ended->cancelled) {
+        if (outcome) {
+            // Dropped by the controller when the analysis has started over since.
+            controller_.takeFurtherMeasures(ended->request, outcome, ended->generation);
+        } else {
+            emit failed(tr("Further Measures"),
+                        tr("There is not enough memory for the significance test."));
+        }
+    }
+    updateControls();
+    if (keys) {
+        calculate_->setFocus();
+    }
+    emit calculationEnded();
+}
+
+void FurtherMeasuresPanel::cancelTest() {
+    if (running_) {
+        running_->cancelled = true;
+    }
+}
+
+void FurtherMeasuresPanel::refresh() {
+    // A test of a picture, pair or mask no longer analysed has nothing left to say.
+    if (running_ && running_->generation != controller_.analysisGeneration()) {
+        cancelTest();
+    }
+    results_->clear();
+    for (const ResultLine& line : controller_.fields().furtherMeasures) {
+        auto* item = new QTreeWidgetItem(results_, {toQString(line.name), toQString(line.value)});
+        item->setTextAlignment(1, Qt::AlignRight | Qt::AlignVCenter);
+    }
+    const auto thresholds = controller_.costesThresholdsShown();
+    scatterGram_.setThresholdLines(thresholds ? std::optional(QPoint(thresholds->x, thresholds->y))
+                                              : std::nullopt);
+    updateControls();
+}
+
+void FurtherMeasuresPanel::updateControls() {
+    const bool idle = running_ == nullptr;
+    for (QWidget* w : {static_cast<QWidget*>(spearman_), static_cast<QWidget*>(kendall_),
+                       static_cast<QWidget*>(icq_), static_cast<QWidget*>(costes_),
+                       static_cast<QWidget*>(significance_)}) {
+        w->setEnabled(idle);
+    }
+    for (QSpinBox* box : {shuffles_, psf_, seed_}) {
+        box->setEnabled(idle && significance_->isChecked());
+    }
+    calculate_->setEnabled(idle && controller_.buttons().calculateCoefficientButton &&
+                           request().any());
+    applyCostes_->setEnabled(idle && controller_.costesThresholdsShown().has_value());
+    cancel_->setEnabled(!idle);
+    calculate_->setVisible(idle);
+    applyCostes_->setVisible(idle);
+    progress_->setVisible(!idle);
+    cancel_->setVisible(!idle);
+}
+
+}  // namespace pv::app
