@@ -11,6 +11,7 @@
 #include <QSpinBox>
 #include <QTimer>
 #include <QTreeWidget>
+#include <QVBoxLayout>
 #include <QtConcurrent/QtConcurrentRun>
 
 #include "app/ScatterGramWidget.h"
@@ -61,6 +62,8 @@ FurtherMeasuresPanel::FurtherMeasuresPanel(PixmeraVeltroController& controller,
       progressTimer_(new QTimer(this)) {
     setObjectName("furtherMeasuresBox");
     auto* layout = new QGridLayout(this);
+    // Tight rows keep the panel low enough for a 768-pixel screen. A grid whose spacings differ
+    // hands its nested rows none, so they are given the style's own.
     layout->setVerticalSpacing(4);
     const std::pair<QCheckBox*, const char*> boxes[] = {{spearman_, "spearmanCheckBox"},
                                                         {kendall_, "kendallCheckBox"},
@@ -84,11 +87,13 @@ FurtherMeasuresPanel::FurtherMeasuresPanel(PixmeraVeltroController& controller,
     // The test's settings beside and under its check box, so that the panel stays low enough
     // for a 768-pixel screen.
     auto* seedRow = new QHBoxLayout;
+    seedRow->setSpacing(layout->horizontalSpacing());
     seed_ = addSpinBox(seedRow, tr("See&d:"), "seedSpinBox", 0, 999999, int(MeasureRequest{}.seed),
                        this);
     seed_->setToolTip(tr("The same seed gives the same shuffles"));
     layout->addLayout(seedRow, 1, 2);
     auto* parameters = new QHBoxLayout;
+    parameters->setSpacing(layout->horizontalSpacing());
     shuffles_ = addSpinBox(parameters, tr("Sh&uffles:"), "shufflesSpinBox", 1, 1000000,
                            MeasureRequest{}.shuffles, this);
     // 0 stands for the size estimated from the picture.
@@ -102,6 +107,7 @@ FurtherMeasuresPanel::FurtherMeasuresPanel(PixmeraVeltroController& controller,
 
     // While the test runs, its progress and Cancel take the place of the buttons.
     auto* buttons = new QHBoxLayout;
+    buttons->setSpacing(layout->horizontalSpacing());
     calculate_->setObjectName("calculateMeasuresButton");
     calculate_->setAccessibleName(tr("Calculate further measures"));
     applyCostes_->setObjectName("applyCostesButton");
@@ -134,6 +140,11 @@ FurtherMeasuresPanel::FurtherMeasuresPanel(PixmeraVeltroController& controller,
     results_->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     results_->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
     results_->setMinimumHeight(results_->fontMetrics().lineSpacing() * 3 + 8);
+    // Until there are results, the list says how to get them.
+    emptyHint_ = new QLabel(tr("Tick measures and press Calculate."), results_->viewport());
+    emptyHint_->setEnabled(false);
+    auto* hintLayout = new QVBoxLayout(results_->viewport());
+    hintLayout->addWidget(emptyHint_, 0, Qt::AlignCenter);
     layout->addWidget(results_, 4, 0, 1, 3);
     layout->setRowStretch(4, 1);
 
@@ -260,6 +271,7 @@ void FurtherMeasuresPanel::refresh() {
         auto* item = new QTreeWidgetItem(results_, {toQString(line.name), toQString(line.value)});
         item->setTextAlignment(1, Qt::AlignRight | Qt::AlignVCenter);
     }
+    emptyHint_->setVisible(results_->topLevelItemCount() == 0);
     const auto thresholds = controller_.costesThresholdsShown();
     scatterGram_.setThresholdLines(thresholds ? std::optional(QPoint(thresholds->x, thresholds->y))
                                               : std::nullopt);

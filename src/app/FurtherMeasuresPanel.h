@@ -10,6 +10,7 @@
 #include "controller/PixmeraVeltroController.h"
 
 class QCheckBox;
+class QLabel;
 class QProgressBar;
 class QPushButton;
 class QSpinBox;
@@ -77,6 +78,7 @@ class FurtherMeasuresPanel : public QGroupBox {
     QProgressBar* progress_;
     QPushButton* cancel_;
     QTreeWidget* results_;
+    QLabel* emptyHint_ = nullptr;
     QTimer* progressTimer_;
     QFutureWatcher<Outcome> watcher_;
     std::shared_ptr<Running> running_;  // the test under way, if any
