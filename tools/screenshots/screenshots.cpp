@@ -2,6 +2,7 @@
 // saves what the window shows at each step: the pictures in docs/ that the README shows.
 #include <QAbstractButton>
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
 #include <QMessageBox>
@@ -27,6 +28,7 @@
 
 #include "app/AboutBox.h"
 #include "app/BackgroundWindow.h"
+#include "app/FurtherMeasuresPanel.h"
 #include "app/HelpWindow.h"
 #include "app/ImageInfoDialog.h"
 #include "app/MainWindow.h"
@@ -164,6 +166,33 @@ bool saveInputs(const std::string& sample, const QDir& out, const QString& keep)
     return ok;
 }
 
+// Every further measure of the sample, the significance test included, with Costes'
+// thresholds across the scatter gram.
+bool saveFurtherMeasures(const char* sample, const QDir& out) {
+    MainWindow w;
+    w.resize(1340, 720);
+    w.show();
+    QSignalSpy opened(&w, &MainWindow::openFinished);
+    w.openFile(QString::fromLocal8Bit(sample));
+    if (!opened.wait(60000)) {
+        return false;
+    }
+    auto* panel = w.findChild<pv::app::FurtherMeasuresPanel*>();
+    auto* significance = w.findChild<QCheckBox*>("significanceCheckBox");
+    if (panel == nullptr || significance == nullptr) {
+        return false;
+    }
+    w.ui().calculateCoefficientButton->click();
+    answer(w, "Calculate Anyway");
+    significance->setChecked(true);
+    QSignalSpy ended(panel, &pv::app::FurtherMeasuresPanel::calculationEnded);
+    w.findChild<QPushButton*>("calculateMeasuresButton")->click();
+    if (ended.isEmpty() && !ended.wait(120000)) {
+        return false;
+    }
+    return save(w, out, "15-further-measures.png");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -244,6 +273,7 @@ int main(int argc, char** argv) {
     ok = save(help, out, "10-help.png") && ok;
     w.ui().actionAbout->trigger();
     ok = save(pv::app::AboutBox::sharedInstance(), out, "11-about.png") && ok;
+    ok = saveFurtherMeasures(argv[1], out) && ok;
     ok = saveInputs(argv[1], out, argc > 3 ? QString::fromLocal8Bit(argv[3]) : QString()) && ok;
     return ok ? 0 : 1;
 }
