@@ -27,6 +27,7 @@ using pv::app::MainWindow;
 using pv::app::OpenChannelsDialog;
 using pv::test::kSample;
 using pv::test::open;
+using pv::test::shownCensus;
 using pv::test::unnamedControl;
 using pv::testing::GreyPage;
 
@@ -58,11 +59,6 @@ std::array<QString, 3> census(const GreyPage& y, const GreyPage& x,
         n[2] += y[i] > 0 && x[i] > 0;
     }
     return {QString::number(n[0]), QString::number(n[1]), QString::number(n[2])};
-}
-
-std::array<QString, 3> shownCensus(MainWindow& w) {
-    return {w.ui().yAxisPixelCountText->text(), w.ui().xAxisPixelCountText->text(),
-            w.ui().xyAxisPixelCountText->text()};
 }
 
 // Runs `drive` on the modal dialog that `open` brings up, once it is up.

@@ -7,9 +7,11 @@
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QtTest>
+#include <array>
 
 #include "app/MainWindow.h"
 #include "app/ScatterGramWidget.h"
+#include "ui_MainWindow.h"
 
 namespace pv::test {
 
@@ -40,6 +42,12 @@ inline void drag(app::ScatterGramWidget* sg, QPointF from, QPointF to) {
     QTest::mousePress(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(from).toPoint());
     QTest::mouseMove(sg, sg->toWidget(to).toPoint());
     QTest::mouseRelease(sg, Qt::LeftButton, Qt::NoModifier, sg->toWidget(to).toPoint());
+}
+
+// The census as the window shows it: Y only, X only, both.
+inline std::array<QString, 3> shownCensus(app::MainWindow& w) {
+    return {w.ui().yAxisPixelCountText->text(), w.ui().xAxisPixelCountText->text(),
+            w.ui().xyAxisPixelCountText->text()};
 }
 
 // The first control under `top` that takes the keyboard focus but has no name a screen reader
