@@ -245,7 +245,7 @@ void FurtherMeasuresPanel::testEnded() {
             controller_.takeFurtherMeasures(ended->request, outcome, ended->generation);
         } else {
             emit failed(tr("Further Measures"),
-                        tr("There is not enough memory for the significance test."));
+                        toQString(controller_.significanceMemoryError().message()));
         }
     }
     updateControls();

@@ -682,11 +682,15 @@ Result<BlockShuffleTest> PixmeraVeltroController::significanceTest(const Measure
             return read.error();
         }
         if (!test.addPlane(read->bitmap->channels(), analysis_.rgbCombo, mask)) {
-            return Error{image_.imageFileInfo.filePath.value_or(""),
-                         tr("There is not enough memory for the significance test.")};
+            return significanceMemoryError();
         }
     }
     return test;
+}
+
+Error PixmeraVeltroController::significanceMemoryError() const {
+    return Error{image_.imageFileInfo.filePath.value_or(""),
+                 tr("There is not enough memory for the significance test.")};
 }
 
 bool PixmeraVeltroController::takeFurtherMeasures(
@@ -714,8 +718,7 @@ Status PixmeraVeltroController::calculateFurtherMeasures(const MeasureRequest& r
         }
         significance = test->run(request.shuffles, request.seed, analysisThreads_);
         if (!significance) {
-            return Status(Error{image_.imageFileInfo.filePath.value_or(""),
-                                tr("There is not enough memory for the significance test.")});
+            return Status(significanceMemoryError());
         }
     }
     takeFurtherMeasures(request, significance);

@@ -176,6 +176,8 @@ class PixmeraVeltroController : public PixmeraController {
     bool takeFurtherMeasures(const MeasureRequest& request,
                              const std::optional<SignificanceResult>& significance,
                              std::optional<std::uint64_t> madeIn = std::nullopt);
+    // What a test that ended without a result, though not cancelled, says: memory was short.
+    Error significanceMemoryError() const;
     // Changes whenever the analysis starts over (new picture, pair, correction or mask).
     std::uint64_t analysisGeneration() const { return analysisGeneration_; }
     const std::optional<FurtherMeasureResults>& furtherMeasures() const { return further_; }
