@@ -214,9 +214,14 @@ class FurtherMeasuresTest : public QObject {
         const int tx = shown(w, "Costes X threshold").toInt(&ok);
         QVERIFY(ok);
         QVERIFY(tx > 0 && ty > 0);
-        QCOMPARE(lineCoverage(sg, tx, std::nullopt), 256 * sg->zoom());
-        QCOMPARE(lineCoverage(sg, std::nullopt, ty), 256 * sg->zoom());
-        QCOMPARE(lineCoverage(sg, tx + 1, std::nullopt), sg->zoom());  // crossed by the other
+        for (const QSize size : {QSize(1340, 720), QSize(2400, 1300)}) {  // at 1x and 2x
+            w.resize(size);
+            QTRY_COMPARE(sg->zoom(), size.width() / 1200);
+            QCOMPARE(lineCoverage(sg, tx, std::nullopt), 256 * sg->zoom());
+            QCOMPARE(lineCoverage(sg, std::nullopt, ty), 256 * sg->zoom());
+            // Crossed only by the other line.
+            QCOMPARE(lineCoverage(sg, tx + 1, std::nullopt), sg->zoom());
+        }
 
         QTest::mouseClick(apply, Qt::LeftButton);
         QCOMPARE(shownCensus(w), census(p, ty, tx));
