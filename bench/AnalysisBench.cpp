@@ -77,7 +77,7 @@ const pv::LabelImage& cellGrid(int megapixels) {
         const int w = img.bitmap.pixelsWide(), h = img.bitmap.pixelsHigh();
         const int side = w / 71;
         grid = std::make_unique<pv::LabelImage>(
-            pv::LabelImage{w, h, std::vector<std::uint16_t>(std::size_t(w) * std::size_t(h))});
+            pv::LabelImage{w, h, pv::LabelImage::Labels(std::size_t(w) * std::size_t(h), 0)});
         for (int r = 0; r < h; ++r) {
             for (int c = 0; c < w; ++c) {
                 const bool gap = r % side < 2 || c % side < 2;

@@ -225,7 +225,7 @@ void Inputs::updateOutline() {
         outline_ = QImage(w, h, QImage::Format_Indexed8);
         outline_.setColorTable({qRgba(0, 0, 0, 0), kCellEdge, kMaskEdge, kChosenCellEdge});
         const std::vector<std::uint8_t>& cells = labels_.outline();
-        const std::vector<std::uint16_t>& label = labels_.labels().labels;
+        const LabelImage::Labels& label = labels_.labels().labels;
         for (int y = 0; y < h; ++y) {
             uchar* row = outline_.scanLine(y);
             const std::size_t at = std::size_t(y) * std::size_t(w);

@@ -34,7 +34,7 @@ Status CellLabels::load(const std::string& path) {
     stackPath_ = stack_.active() ? stack_.path() : std::string();
     cells_ = std::move(cells).value();
     basis_ = basis();
-    const std::vector<std::uint16_t>& v = labels_.labels;
+    const LabelImage::Labels& v = labels_.labels;
     const auto wide = std::size_t(labels_.wide);
     outline_ = outlineOf(labels_.wide, labels_.high,
                          [&](int x, int y) { return v[std::size_t(y) * wide + std::size_t(x)]; });

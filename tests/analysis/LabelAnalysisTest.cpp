@@ -55,7 +55,7 @@ TEST(LabelAnalysis, EachCellAsAPictureOfItsOwnPixels) {
     for (const auto& [w, h, bandWide] : {std::tuple(41, 29, 5), {150, 21, 37}, {4133, 3, 4133}}) {
         SCOPED_TRACE(testing::Message() << w << " x " << h << ", bands of " << bandWide);
         std::mt19937 rng(7);
-        LabelImage labels{w, h, std::vector<std::uint16_t>(std::size_t(w * h))};
+        LabelImage labels{w, h, LabelImage::Labels(std::size_t(w * h), 0)};
         for (int r = 0; r < h; ++r) {
             for (int c = 0; c < w; ++c) {
                 // Bands of 5 columns by rows of 10, numbered sparsely; band 3 of a row shares its

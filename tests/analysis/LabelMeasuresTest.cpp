@@ -17,7 +17,7 @@ using test::Layout;
 
 // Touching cells, a cell in two pieces, skipped numbers, a label far above the others.
 LabelImage patchworkLabels(int w, int h) {
-    LabelImage labels{w, h, std::vector<std::uint16_t>(std::size_t(w * h))};
+    LabelImage labels{w, h, LabelImage::Labels(std::size_t(w * h), 0)};
     for (int r = 0; r < h; ++r) {
         for (int c = 0; c < w; ++c) {
             const int band = c / 6, rows = r / 9;

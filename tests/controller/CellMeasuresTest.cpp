@@ -34,7 +34,7 @@ TEST_F(CellMeasuresTest, ACellCoveringThePictureReadsAsThePicture) {
     const std::string picture = temp.file("picture.tif");
     testing::writeTiff(picture, {.wide = w, .high = h}, rgb);
     ASSERT_TRUE(controller.openImageFile(picture));
-    const LabelImage whole{w, h, std::vector<std::uint16_t>(std::size_t(w * h), 7)};
+    const LabelImage whole{w, h, LabelImage::Labels(std::size_t(w * h), 7)};
 
     auto cellLines = [&](bool asked) {
         const auto cells = controller.cellFields(whole, "labels.tif", asked);

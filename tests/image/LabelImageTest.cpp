@@ -28,7 +28,7 @@ TEST(LabelImage, ReadsWholeNumbersAsTheyAre) {
         auto read = readLabelImage(dir.file("l.tif"));
         ASSERT_TRUE(read.ok()) << read.error().message();
         EXPECT_EQ(std::tuple(read->wide, read->high), std::tuple(37, 21));
-        EXPECT_EQ(read->labels, std::vector<std::uint16_t>(labels.begin(), labels.end()));
+        EXPECT_EQ(read->labels, LabelImage::Labels(labels.begin(), labels.end()));
     }
 }
 
@@ -43,7 +43,7 @@ TEST(LabelImage, ReadsGreyPngLabelsAsTheyAre) {
         auto read = readLabelImage(dir.file("l.png"));
         ASSERT_TRUE(read.ok()) << read.error().message();
         EXPECT_EQ(std::tuple(read->wide, read->high), std::tuple(37, 21));
-        EXPECT_EQ(read->labels, std::vector<std::uint16_t>(labels.begin(), labels.end()));
+        EXPECT_EQ(read->labels, LabelImage::Labels(labels.begin(), labels.end()));
     }
 }
 
