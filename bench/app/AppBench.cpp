@@ -67,22 +67,26 @@ void showAsOnALaptop(MainWindow& window) {
 }
 
 // File > Open as the user has it, until the picture, the census and the coefficients' fields
-// are shown.
+// are shown; false when the file did not open.
+bool openAndWait(MainWindow& window, const std::string& path) {
+    QEventLoop loop;
+    bool opened = false;
+    QObject::connect(&window, &MainWindow::openFinished, &loop, [&](bool ok) {
+        opened = ok;
+        loop.quit();
+    });
+    window.openFile(QString::fromStdString(path));
+    loop.exec();
+    QApplication::processEvents();
+    return opened;
+}
+
 void BM_AppOpen(benchmark::State& state) {
     const std::string& path = tiffOf(int(state.range(0)));
     MainWindow window;
     showAsOnALaptop(window);
     for (auto _ : state) {
-        QEventLoop loop;
-        bool opened = false;
-        QObject::connect(&window, &MainWindow::openFinished, &loop, [&](bool ok) {
-            opened = ok;
-            loop.quit();
-        });
-        window.openFile(QString::fromStdString(path));
-        loop.exec();
-        QApplication::processEvents();
-        if (!opened) {
+        if (!openAndWait(window, path)) {
             state.SkipWithError("the file did not open");
             return;
         }
@@ -149,17 +153,8 @@ void BM_AppOpenPaired(benchmark::State& state) {
     std::vector<double> ratios;
     long peak = 0;
     for (auto _ : state) {
-        QEventLoop loop;
         bool opened = false;
-        QObject::connect(&window, &MainWindow::openFinished, &loop, [&](bool ok) {
-            opened = ok;
-            loop.quit();
-        });
-        const double app = secondsOf([&] {
-            window.openFile(QString::fromStdString(path));
-            loop.exec();
-            QApplication::processEvents();
-        });
+        const double app = secondsOf([&] { opened = openAndWait(window, path); });
         bool ran = false;
         const double cli = secondsOf([&] { ran = launcher.run({path}, peak); });
         if (!opened || !ran) {

@@ -17,20 +17,9 @@ namespace fs = std::filesystem;
 namespace {
 
 using pv::test::CliRun;
+using pv::test::split;
 using Args = std::vector<std::string>;
 using Samples = std::vector<std::uint32_t>;
-
-Args split(const std::string& text, char by) {
-    Args out;
-    std::istringstream in(text);
-    for (std::string part; std::getline(in, part, by);) {
-        out.push_back(part);
-    }
-    if (!text.empty() && text.back() == by && by == '\t') {
-        out.push_back("");
-    }
-    return out;
-}
 
 // A table's rows as column name to cell.
 std::vector<std::map<std::string, std::string>> tableOf(const std::string& out) {

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,20 @@ struct CliRun {
     int status = -1;
     std::string out, err;
 };
+
+// The parts of text between separators; a row of a table that ends in an empty cell (a tab at
+// its end) keeps that cell.
+inline std::vector<std::string> split(const std::string& text, char separator) {
+    std::vector<std::string> parts;
+    std::istringstream in(text);
+    for (std::string part; std::getline(in, part, separator);) {
+        parts.push_back(part);
+    }
+    if (separator == '\t' && !text.empty() && text.back() == '\t') {
+        parts.push_back("");
+    }
+    return parts;
+}
 
 inline std::string slurp(const std::filesystem::path& p) {
     std::ifstream in(p, std::ios::binary);

@@ -16,29 +16,9 @@ namespace {
 
 using pv::test::CliRun;
 using Args = std::vector<std::string>;
+using pv::test::split;
 
 const Args& kNames = pv::test::kMeasureNames;
-
-Args fields(const std::string& line) {
-    Args cells;
-    std::istringstream in(line);
-    for (std::string cell; std::getline(in, cell, '\t');) {
-        cells.push_back(cell);
-    }
-    if (!line.empty() && line.back() == '\t') {
-        cells.push_back("");
-    }
-    return cells;
-}
-
-Args lines(const std::string& text) {
-    Args out;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-        out.push_back(line);
-    }
-    return out;
-}
 
 class MeasuresCliTest : public ::testing::Test {
   protected:
@@ -105,18 +85,18 @@ TEST_F(MeasuresCliTest, TheReportGainsTheBlockAfterTheScatterGramBlock) {
     std::snprintf(spearman, sizeof spearman, "%0.4f",
                   pv::test::pearson(pv::test::ranks(y), pv::test::ranks(x)));
     ASSERT_EQ(some.out.rfind(plain.out, 0), 0u);
-    const Args block = lines(some.out.substr(plain.out.size()));
+    const Args block = split(some.out.substr(plain.out.size()), '\n');
     ASSERT_EQ(block.size(), 4u);
     EXPECT_EQ(block[0], "Further Measures");
     EXPECT_EQ(block[1], std::string("Spearman\t") + spearman);
-    EXPECT_EQ(fields(block[2])[0], "ICQ");
+    EXPECT_EQ(split(block[2], '\t')[0], "ICQ");
     EXPECT_EQ(block[3], "");
 
     ASSERT_EQ(all.out.rfind(plain.out, 0), 0u);
-    const Args full = lines(all.out.substr(plain.out.size()));
+    const Args full = split(all.out.substr(plain.out.size()), '\n');
     ASSERT_EQ(full.size(), kNames.size() + 2);
     for (std::size_t i = 0; i < kNames.size(); ++i) {
-        const Args cells = fields(full[i + 1]);
+        const Args cells = split(full[i + 1], '\t');
         ASSERT_EQ(cells.size(), 2u) << full[i + 1];
         EXPECT_EQ(cells[0], kNames[i]);
         const bool whole =
@@ -136,21 +116,21 @@ TEST_F(MeasuresCliTest, TheTableGainsAColumnPerLine) {
     batch.insert(batch.end(), {one, (dir / "missing.tif").string(), two});
     const CliRun table = run(batch);
     EXPECT_EQ(table.status, 1);
-    const Args rows = lines(table.out);
+    const Args rows = split(table.out, '\n');
     ASSERT_EQ(rows.size(), 4u);
-    const Args header = fields(rows[0]);
+    const Args header = split(rows[0], '\t');
     const auto m2 = std::find(header.begin(), header.end(), "M2");
     ASSERT_NE(m2, header.end());
     EXPECT_EQ(Args(m2 + 1, m2 + 1 + std::ptrdiff_t(kNames.size())), kNames);
     EXPECT_EQ(Args(header.end() - 2, header.end()), (Args{"16-bit scale", "Error"}));
     for (std::size_t r = 1; r < rows.size(); ++r) {
-        EXPECT_EQ(fields(rows[r]).size(), header.size()) << rows[r];
+        EXPECT_EQ(split(rows[r], '\t').size(), header.size()) << rows[r];
     }
     for (const auto& [file, row] : {std::pair(one, 1), std::pair(two, 3)}) {
         Args alone = measures;
         alone.push_back(file);
-        const Args report = lines(run(alone).out);
-        const Args cells = fields(rows[std::size_t(row)]);
+        const Args report = split(run(alone).out, '\n');
+        const Args cells = split(rows[std::size_t(row)], '\t');
         const std::size_t first = std::size_t(m2 - header.begin()) + 1;
         for (std::size_t i = 0; i < kNames.size(); ++i) {
             EXPECT_EQ(kNames[i] + "\t" + cells[first + i],

@@ -21,16 +21,8 @@ namespace fs = std::filesystem;
 namespace {
 
 using pv::test::CliRun;
+using pv::test::split;
 using Args = std::vector<std::string>;
-
-std::vector<std::string> split(const std::string& text, char separator) {
-    std::vector<std::string> parts;
-    std::istringstream in(text);
-    for (std::string part; std::getline(in, part, separator);) {
-        parts.push_back(part);
-    }
-    return parts;
-}
 
 class CliTest : public ::testing::Test {
   protected:
