@@ -1,6 +1,7 @@
 #include <png.h>
 
 #include <algorithm>
+#include <bit>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
@@ -75,7 +76,9 @@ bool readPngHeader(PngJob& job) {
     if (job.labels) {
         job.notLabels = colourType != PNG_COLOR_TYPE_GRAY && colourType != PNG_COLOR_TYPE_PALETTE;
         png_set_packing(job.png);  // small depths to a byte a pixel, the values unchanged
-        png_set_swap(job.png);     // 16-bit values in the machine's order
+        if constexpr (std::endian::native == std::endian::little) {
+            png_set_swap(job.png);  // 16-bit values in the machine's order
+        }
         png_set_interlace_handling(job.png);
     } else {
         png_set_expand(job.png);  // palette to RGB, small grey levels to 8 bits, tRNS to alpha
