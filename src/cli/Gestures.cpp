@@ -3,7 +3,6 @@
 #include <charconv>
 
 #include "core/Localization.h"
-#include "image/StackLayout.h"
 
 namespace pv::cli {
 
@@ -100,8 +99,9 @@ Result<int> stackChannel(const StackLayout& layout, const std::string& text,
 
 // The pair of each slice asked for: the one slice of --slice, or every slice with --stack.
 Result<std::vector<PixmeraVeltroController::SlicePair>> channelSources(const Options& o,
-                                                                       const std::string& image) {
-    Result<StackLayout> layout = readStackLayout(image);
+                                                                       const std::string& image,
+                                                                       const StackLayout* known) {
+    Result<StackLayout> layout = known ? Result<StackLayout>(*known) : readStackLayout(image);
     if (!layout) {
         return layout.error();
     }
@@ -139,8 +139,9 @@ Result<std::vector<PixmeraVeltroController::SlicePair>> channelSources(const Opt
     }
     std::vector<PixmeraVeltroController::SlicePair> slices;
     for (int z = o.stack ? 0 : slice - 1; z < (o.stack ? layout->slices : slice); ++z) {
-        slices.emplace_back(ChannelSource{image, {}, layout->pageOf(*y, z, frame - 1)},
-                            ChannelSource{image, {}, layout->pageOf(*x, z, frame - 1)});
+        slices.emplace_back(
+            ChannelSource{image, {}, layout->pageOf(*y, z, frame - 1), layout->pageIndex},
+            ChannelSource{image, {}, layout->pageOf(*x, z, frame - 1), layout->pageIndex});
     }
     return slices;
 }
@@ -155,13 +156,14 @@ std::optional<int> colourChannel(const std::optional<std::string>& text) {
 
 }  // namespace
 
-Status openImage(PixmeraVeltroController& controller, const Options& o, const std::string& image) {
+Status openImage(PixmeraVeltroController& controller, const Options& o, const std::string& image,
+                 const StackLayout* layout) {
     Status opened;
     if (o.yFile) {
         opened = controller.openChannelFiles({*o.yFile, colourChannel(o.yChannel)},
                                              {*o.xFile, colourChannel(o.xChannel)});
     } else if (o.yChannel) {
-        auto sources = channelSources(o, image);
+        auto sources = channelSources(o, image, layout);
         opened = !sources ? Status(sources.error())
                  : o.stack
                      ? controller.openStack(*sources)

@@ -3,6 +3,7 @@
 #include "cli/CliOptions.h"
 #include "controller/ControllerPort.h"
 #include "controller/PixmeraVeltroController.h"
+#include "image/StackLayout.h"
 
 namespace pv::cli {
 
@@ -36,7 +37,9 @@ Status followRoad(PixmeraVeltroController& controller, BatchPort& port, const Op
 
 // Opens what the options ask of one image: the image itself, the two channel files, or two
 // channels of the image (pages of a stack at the slice and frame, or colours of a picture);
-// then the mask, when one is given.
-Status openImage(PixmeraVeltroController& controller, const Options& o, const std::string& image);
+// then the mask, when one is given. The image's stack layout, when already read, is not read
+// again.
+Status openImage(PixmeraVeltroController& controller, const Options& o, const std::string& image,
+                 const StackLayout* layout = nullptr);
 
 }  // namespace pv::cli

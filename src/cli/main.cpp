@@ -109,13 +109,15 @@ std::string reportStemFor(const cli::Options& o, const std::string& image) {
     return *o.reportStem + "-" + std::filesystem::path(image).stem().string();
 }
 
-ImageOutcome analyseOne(const cli::Options& o, const std::string& image, unsigned threads) {
+// layout: the image's, when already read for all its slices.
+ImageOutcome analyseOne(const cli::Options& o, const std::string& image, unsigned threads,
+                        const StackLayout* layout = nullptr) {
     ImageOutcome out;
     cli::BatchPort port;
     PixmeraVeltroController controller(port);
     cli::startController(controller, o, threads);
 
-    const Status opened = cli::openImage(controller, o, image);
+    const Status opened = cli::openImage(controller, o, image, layout);
     if (!opened) {
         // Of two channel files the one at fault names itself; a mask is named after the image.
         const Error& e = opened.error();
@@ -198,7 +200,7 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     for (int slice = 1; slice <= layout->slices; ++slice) {
         cli::Options one = o;
         one.slice = slice;
-        ImageOutcome part = analyseOne(one, image, threads);
+        ImageOutcome part = analyseOne(one, image, threads, &*layout);
         const std::string named = image + " (slice " + std::to_string(slice) + ")";
         for (auto* lines : {&part.failures, &part.cautions}) {
             for (std::string& line : *lines) {

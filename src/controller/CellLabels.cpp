@@ -18,7 +18,9 @@ std::vector<std::uint8_t> maskOutline(const PixmeraVeltroController& controller)
 }
 
 Status CellLabels::load(const std::string& path) {
-    Result<LabelImage> read = readLabelImage(path);
+    const Picture& picture = controller_.currentDisplayedImage();
+    Result<LabelImage> read = readLabelImage(
+        path, sizeMustBe(picture.pixelsWide(), picture.pixelsHigh(), kLabelSizeDiffers));
     if (!read) {
         return Status(read.error());
     }

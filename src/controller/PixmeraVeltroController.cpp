@@ -191,16 +191,12 @@ Status PixmeraVeltroController::replaceWithChannelFiles(const ChannelSource& y,
 Status PixmeraVeltroController::setMaskFile(const std::string& path) {
     const Action action(*this);
     const Picture& picture = image_.currentDisplayedImage();
-    Result<Picture> read = readImageFile(path, readOptions_);
+    ReadOptions reading = readOptions_;
+    reading.sizeCheck = sizeMustBe(picture.pixelsWide(), picture.pixelsHigh(),
+                                   "the mask is %1 x %2 pixels but the picture is %3 x %4");
+    Result<Picture> read = readImageFile(path, reading);
     if (!read) {
         return Status(read.error());
-    }
-    if (read->pixelsWide() != picture.pixelsWide() || read->pixelsHigh() != picture.pixelsHigh()) {
-        return Status(Error{
-            path,
-            tr("the mask is %1 x %2 pixels but the picture is %3 x %4",
-               {std::to_string(read->pixelsWide()), std::to_string(read->pixelsHigh()),
-                std::to_string(picture.pixelsWide()), std::to_string(picture.pixelsHigh())})});
     }
     std::optional<Bitmap> mask =
         Bitmap::create(read->pixelsWide(), read->pixelsHigh(), 1, false, false);
@@ -225,7 +221,9 @@ Status PixmeraVeltroController::setMaskFile(const std::string& path) {
 
 Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController::cellFields(
     const std::string& labelPath, bool withFurtherMeasures) {
-    Result<LabelImage> labels = readLabelImage(labelPath);
+    const Picture& picture = image_.currentDisplayedImage();
+    Result<LabelImage> labels = readLabelImage(
+        labelPath, sizeMustBe(picture.pixelsWide(), picture.pixelsHigh(), kLabelSizeDiffers));
     if (!labels) {
         return labels.error();
     }

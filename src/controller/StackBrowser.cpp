@@ -67,7 +67,8 @@ Status StackBrowser::openChannels(const std::string& yPath, int yChannel, const 
             return Status(Error{
                 path, tr("there is no channel %1 in the file", {std::to_string(channel + 1)})});
         }
-        sources[i] = {path, std::nullopt, isStack(layout) ? layout.pageOf(channel, 0, 0) : 0};
+        sources[i] = {path, std::nullopt, isStack(layout) ? layout.pageOf(channel, 0, 0) : 0,
+                      layout.pageIndex};
     }
     return controller_.replaceWithChannelFiles(sources[0], sources[1], /*anotherSlice=*/false);
 }
@@ -86,7 +87,7 @@ std::string StackBrowser::frameText() const {
 }
 
 ChannelSource StackBrowser::source(int channel) const {
-    return {path_, std::nullopt, layout_.pageOf(channel, slice_, frame_)};
+    return {path_, std::nullopt, layout_.pageOf(channel, slice_, frame_), layout_.pageIndex};
 }
 
 Status StackBrowser::showSlice(int slice) {
@@ -108,7 +109,8 @@ Status StackBrowser::show(int y, int x, int slice, int frame, bool sameStack) {
         return Status(Error{path_, tr("there is no such channel, slice or frame in the stack")});
     }
     const auto page = [&](int channel) {
-        return ChannelSource{path_, std::nullopt, layout_.pageOf(channel, slice, frame)};
+        return ChannelSource{path_, std::nullopt, layout_.pageOf(channel, slice, frame),
+                             layout_.pageIndex};
     };
     const Status shown = controller_.replaceWithChannelFiles(page(y), page(x), sameStack);
     if (shown) {

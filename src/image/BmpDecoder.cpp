@@ -55,7 +55,8 @@ struct FileCloser {
 
 }  // namespace
 
-Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize) {
+Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize,
+                          const SizeCheck& sizeCheck) {
     std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
     if (!file) {
         return failure("the file cannot be opened");
@@ -133,6 +134,9 @@ Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize) {
     high = topDown ? -high : high;
     if (wide <= 0 || high <= 0) {
         return failure(kDamaged);
+    }
+    if (auto refused = refusedSize(sizeCheck, std::uint64_t(wide), std::uint64_t(high))) {
+        return *refused;
     }
     if (!haveMasks) {
         masks[0] = bpp == 16 ? 0x7c00 : 0xff0000;

@@ -43,16 +43,36 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
     const auto take = [&](std::size_t i, ReadOptions reading) -> std::optional<Error> {
         const ChannelSource& source = *sources[i];
         reading.page = source.page;
+        reading.pageIndex = source.pageIndex;
         reading.keepGrey = true;  // only one channel of it is wanted
+        if (out) {
+            // Refused by its header, before a picture of another size is decoded.
+            reading.sizeCheck = [&](std::uint64_t wide,
+                                    std::uint64_t high) -> std::optional<std::string> {
+                if (std::int64_t(wide) == out->pixelsWide() &&
+                    std::int64_t(high) == out->pixelsHigh()) {
+                    return std::nullopt;
+                }
+                return tr(
+                    "this picture is %1 pixels but %2 is %3: the two channels must be the same "
+                    "size",
+                    {sizeText(std::int64_t(wide), std::int64_t(high)), y.path,
+                     sizeText(out->pixelsWide(), out->pixelsHigh())});
+            };
+        }
         Result<Picture> read = readImageFile(source.path, reading);
         if (!read) {
             // In a stack the page at fault is what the user needs to find.
             Error error = read.error();
-            Result<StackLayout> layout = readStackLayout(source.path);
-            if (layout && layout->pages > 1 && source.page < layout->pages) {
+            PageIndex pages = source.pageIndex;
+            if (!pages) {
+                const Result<StackLayout> layout = readStackLayout(source.path);
+                pages = layout ? layout->pageIndex : nullptr;
+            }
+            if (pages && pages->size() > 1 && source.page < pages->size()) {
                 error.reason = tr(
                     "page %1 of %2: %3",
-                    {std::to_string(source.page + 1), std::to_string(layout->pages), error.reason});
+                    {std::to_string(source.page + 1), std::to_string(pages->size()), error.reason});
             }
             return error;
         }
@@ -68,13 +88,6 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
                                 {sizeText(read->pixelsWide(), read->pixelsHigh())})};
             }
             size = read->size;
-        } else if (read->pixelsWide() != out->pixelsWide() ||
-                   read->pixelsHigh() != out->pixelsHigh()) {
-            return Error{source.path,
-                         tr("this picture is %1 pixels but %2 is %3: the two channels must be "
-                            "the same size",
-                            {sizeText(read->pixelsWide(), read->pixelsHigh()), y.path,
-                             sizeText(out->pixelsWide(), out->pixelsHigh())})};
         }
         const ChannelView from = read->bitmap->channels();
         const int channel = source.channel.value_or(0);

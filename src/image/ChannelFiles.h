@@ -14,7 +14,8 @@ namespace pv {
 struct ChannelSource {
     std::string path;
     std::optional<int> channel = std::nullopt;
-    std::uint32_t page = 0;  // of a multi-page TIFF file (a channel of a stack), from 0
+    std::uint32_t page = 0;         // of a multi-page TIFF file (a channel of a stack), from 0
+    PageIndex pageIndex = nullptr;  // the file's pages, when its layout was read
 };
 
 // Where the two channels go in the working picture (0 red, 1 green, 2 blue); the third channel
@@ -31,7 +32,7 @@ struct ChannelPlaces {
 // picture of their common size, at the resolution of the first. 16-bit files read at their own
 // scale are scaled by one factor, that of the brighter, so that their relative intensities
 // hold. Refused, naming the file, when a file cannot be read, is colour without a channel
-// named, or differs in size from the other.
+// named, or differs in size from the other (the second then refused by its header alone).
 Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, ChannelPlaces into,
                                 const ReadOptions& options = {});
 

@@ -36,6 +36,9 @@ std::optional<Error> unholdablePicture(std::uint64_t wide, std::uint64_t high, i
 Result<Bitmap> allocatePicture(std::uint64_t wide, std::uint64_t high, int samplesPerPixel,
                                bool hasAlpha, bool isPlanar);
 
+// The check's refusal of a picture of this size, if it refuses it.
+std::optional<Error> refusedSize(const SizeCheck& check, std::uint64_t wide, std::uint64_t high);
+
 // Refused before anything is allocated: the data in the file, even at the best compression its
 // format allows, cannot hold the pixels the header promises.
 Error tooSmallFor(std::uint64_t wide, std::uint64_t high);
@@ -73,10 +76,21 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
                            const ReadOptions& options);
 inline constexpr const char* kNotLabels =
     "a label image has one channel of whole numbers (8, 16 or 32 bits), 0 for the background";
-Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileSize);
+Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileSize,
+                                    const SizeCheck& sizeCheck = nullptr);
 Result<Picture> decodePng(const std::string& path, const ReadOptions& options);
-Result<LabelImage> decodePngLabels(const std::string& path);
-Result<Picture> decodeJpeg(const std::string& path, std::uint64_t fileSize);
-Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize);
+Result<LabelImage> decodePngLabels(const std::string& path, const SizeCheck& sizeCheck = nullptr);
+Result<Picture> decodeJpeg(const std::string& path, std::uint64_t fileSize,
+                           const SizeCheck& sizeCheck = nullptr);
+Result<Picture> decodeBmp(const std::string& path, std::uint64_t fileSize,
+                          const SizeCheck& sizeCheck = nullptr);
+
+// A TIFF file's pages, from one walk along its chain of directories, and the first page's
+// description ("" when it has none).
+struct TiffPages {
+    PageIndex index;
+    std::string description;
+};
+Result<TiffPages> readTiffPages(const std::string& path, std::uint64_t fileSize);
 
 }  // namespace pv::decode

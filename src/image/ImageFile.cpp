@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include "core/Localization.h"
@@ -62,6 +61,14 @@ Result<Bitmap> allocatePicture(std::uint64_t wide, std::uint64_t high, int sampl
         return failure("there is not enough memory to open the picture (%1 pixels)", {dims});
     }
     return std::move(*bitmap);
+}
+
+std::optional<Error> refusedSize(const SizeCheck& check, std::uint64_t wide, std::uint64_t high) {
+    if (!check) {
+        return std::nullopt;
+    }
+    std::optional<std::string> why = check(wide, high);
+    return why ? std::optional<Error>(Error{.reason = std::move(*why)}) : std::nullopt;
 }
 
 Error tooSmallFor(std::uint64_t wide, std::uint64_t high) {
@@ -134,13 +141,8 @@ ImageKind detectImageKind(std::span<const std::uint8_t> b) {
 }
 
 ImageKind imageKindOfFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        return ImageKind::Unknown;
-    }
-    std::uint8_t head[8] = {};
-    in.read(reinterpret_cast<char*>(head), sizeof head);
-    return detectImageKind(std::span<const std::uint8_t>(head, std::size_t(in.gcount())));
+    const Result<FileStart> start = fileStart(path);
+    return start ? start->kind : ImageKind::Unknown;
 }
 
 bool isPictFileName(std::string_view path) {
@@ -148,16 +150,7 @@ bool isPictFileName(std::string_view path) {
     return ext == ".pct" || ext == ".pict" || ext == ".PCT" || ext == ".PICT";
 }
 
-namespace {
-
-// What the file's first bytes say it is, and its size; refused with the reason a user can act
-// on when it cannot be read at all.
-struct FileStart {
-    ImageKind kind = ImageKind::Unknown;
-    std::uint64_t size = 0;
-};
-
-Result<FileStart> startOf(const std::string& path) {
+Result<FileStart> fileStart(const std::string& path) {
     std::error_code ec;
     const auto status = std::filesystem::status(path, ec);
     if (!std::filesystem::exists(status)) {
@@ -165,6 +158,12 @@ Result<FileStart> startOf(const std::string& path) {
     }
     if (std::filesystem::is_directory(status)) {
         return Error{path, tr("this is a folder, not a picture file")};
+    }
+    // Checked before it is opened: opening a pipe waits for a writer that may never come.
+    if (!std::filesystem::is_regular_file(status)) {
+        return Error{path,
+                     tr("this is a pipe, device or socket, not a regular file: it cannot be read "
+                        "as a picture")};
     }
     std::FILE* f = std::fopen(path.c_str(), "rb");
     if (!f) {
@@ -188,10 +187,19 @@ Result<FileStart> startOf(const std::string& path) {
     return FileStart{detectImageKind(std::span<const std::uint8_t>(head, got)), size};
 }
 
-}  // namespace
+SizeCheck sizeMustBe(std::int64_t wide, std::int64_t high, std::string english) {
+    return [wide, high, english = std::move(english)](
+               std::uint64_t fileWide, std::uint64_t fileHigh) -> std::optional<std::string> {
+        if (std::int64_t(fileWide) == wide && std::int64_t(fileHigh) == high) {
+            return std::nullopt;
+        }
+        return tr(english, {std::to_string(fileWide), std::to_string(fileHigh),
+                            std::to_string(wide), std::to_string(high)});
+    };
+}
 
-Result<LabelImage> readLabelImage(const std::string& path) {
-    auto start = startOf(path);
+Result<LabelImage> readLabelImage(const std::string& path, const SizeCheck& sizeCheck) {
+    auto start = fileStart(path);
     if (!start) {
         return start.error();
     }
@@ -199,10 +207,15 @@ Result<LabelImage> readLabelImage(const std::string& path) {
         return Error{path, tr("label images are read from TIFF and PNG files")};
     }
     Result<LabelImage> read = start->kind == ImageKind::PNG
-                                  ? decode::decodePngLabels(path)
-                                  : decode::decodeTiffLabels(path, start->size);
+                                  ? decode::decodePngLabels(path, sizeCheck)
+                                  : decode::decodeTiffLabels(path, start->size, sizeCheck);
     if (!read) {
         return Error{path, read.error().reason};
+    }
+    // Each decoder asks before it reads the labels; this holds the promise for any other.
+    if (auto refused =
+            decode::refusedSize(sizeCheck, std::uint64_t(read->wide), std::uint64_t(read->high))) {
+        return Error{path, refused->reason};
     }
     return read;
 }
@@ -212,7 +225,7 @@ Result<Picture> readImageFile(const std::string& path, const ReadOptions& option
     if (isPictFileName(path)) {
         return Error{path, tr(kPictNotSupported)};
     }
-    auto start = startOf(path);
+    auto start = fileStart(path);
     if (!start) {
         return start.error();
     }
@@ -226,16 +239,20 @@ Result<Picture> readImageFile(const std::string& path, const ReadOptions& option
             picture = decodePng(path, options);
             break;
         case ImageKind::JPEG:
-            picture = decodeJpeg(path, size);
+            picture = decodeJpeg(path, size, options.sizeCheck);
             break;
         case ImageKind::BMP:
-            picture = decodeBmp(path, size);
+            picture = decodeBmp(path, size, options.sizeCheck);
             break;
         case ImageKind::Unknown:
             break;
     }
     if (!picture) {
         return Error{path, picture.error().reason};
+    }
+    if (auto refused = refusedSize(options.sizeCheck, std::uint64_t(picture->pixelsWide()),
+                                   std::uint64_t(picture->pixelsHigh()))) {
+        return Error{path, refused->reason};
     }
     if (options.page > 0 && start->kind != ImageKind::TIFF) {
         return Error{path,

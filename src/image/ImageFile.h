@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -19,6 +21,27 @@ ImageKind detectImageKind(std::span<const std::uint8_t> firstBytes);
 // Reads the first bytes of the file; Unknown when it cannot be read.
 ImageKind imageKindOfFile(const std::string& path);
 
+// What a file's first bytes say it is, and its size.
+struct FileStart {
+    ImageKind kind = ImageKind::Unknown;
+    std::uint64_t size = 0;
+};
+// Every reader starts here: a file that does not exist, is a folder, a pipe or a device (which
+// would block the reader forever), is empty or cannot be read is refused, naming it, before
+// anything else opens it.
+Result<FileStart> fileStart(const std::string& path);
+
+// Where each page of a multi-page TIFF file lies (its directory's offset), in page order, from
+// one walk along the file's chain of pages. Shared: every slice of a stack reads through it.
+using PageIndex = std::shared_ptr<const std::vector<std::uint64_t>>;
+
+// Answers why a picture of this many pixels is refused, or nothing. A reader asks it as soon as
+// the file's header gives the size, before any memory is committed to the pixels.
+using SizeCheck = std::function<std::optional<std::string>(std::uint64_t wide, std::uint64_t high)>;
+// Refuses every size but wide x high with `english` (a key for tr), in which %1 x %2 is the
+// file's size and %3 x %4 the one expected.
+SizeCheck sizeMustBe(std::int64_t wide, std::int64_t high, std::string english);
+
 // How 16-bit files are read. By default each is scaled by its own brightest colour sample, so
 // the same raw level means something else in every file; a fixed depth scales every file of
 // a batch alike: raw values by 255 / (2^depthBits - 1).
@@ -30,9 +53,13 @@ struct ReadOptions {
     std::optional<std::uint32_t> sixteenBitTop = std::nullopt;
     // The page of a multi-page TIFF file to read, from 0; other files have only page 0.
     std::uint32_t page = 0;
+    // The file's pages when already known: the page is then read without walking the file's
+    // pages again.
+    PageIndex pageIndex = nullptr;
     // A grey TIFF picture may be given as one sample a pixel instead of three alike, for
     // readers that take a single channel from it.
     bool keepGrey = false;
+    SizeCheck sizeCheck = nullptr;
 };
 
 // Decodes the first picture of an image file, chosen by content. The bitmap keeps the file's

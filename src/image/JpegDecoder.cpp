@@ -205,7 +205,8 @@ Error jpegFailure(const JpegJob& job) {
 
 }  // namespace
 
-Result<Picture> decodeJpeg(const std::string& path, std::uint64_t fileSize) {
+Result<Picture> decodeJpeg(const std::string& path, std::uint64_t fileSize,
+                           const SizeCheck& sizeCheck) {
     auto job = std::make_unique<JpegJob>();
     JpegCleanup cleanup{*job};
     job->file = std::fopen(path.c_str(), "rb");
@@ -221,6 +222,9 @@ Result<Picture> decodeJpeg(const std::string& path, std::uint64_t fileSize) {
     const jpeg_decompress_struct& c = job->cinfo;
     if (c.output_components != 1 && c.output_components != 3) {
         return failure(kDamaged);
+    }
+    if (auto refused = refusedSize(sizeCheck, c.output_width, c.output_height)) {
+        return *refused;
     }
     if (auto error = unholdablePicture(c.output_width, c.output_height, 3, false)) {
         return *error;

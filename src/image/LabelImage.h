@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/Result.h"
+#include "image/ImageFile.h"
 
 namespace pv {
 
@@ -46,9 +47,12 @@ struct LabelImage {
 // The most labels a label image may hold: each becomes a row of results.
 inline constexpr std::uint32_t kMostLabels = 65535;
 
+inline constexpr const char* kLabelSizeDiffers =
+    "the label image is %1 x %2 pixels but the picture is %3 x %4";
+
 // Reads a label image from a TIFF file of one grey channel of 8, 16 or 32 bits (or palette
 // indices), the values as they are. Refused, with the reason, when the file cannot be read or
-// holds a label above kMostLabels.
-Result<LabelImage> readLabelImage(const std::string& path);
+// holds a label above kMostLabels. A size check refuses the file before its labels are read.
+Result<LabelImage> readLabelImage(const std::string& path, const SizeCheck& sizeCheck = nullptr);
 
 }  // namespace pv

@@ -230,7 +230,7 @@ Error pngFailure(const PngJob& job) {
 }
 
 // Opens the file and reads the header into job.
-std::optional<Error> startPng(const std::string& path, PngJob& job) {
+std::optional<Error> startPng(const std::string& path, PngJob& job, const SizeCheck& sizeCheck) {
     job.file = std::fopen(path.c_str(), "rb");
     if (!job.file) {
         return failure("the file cannot be opened");
@@ -242,6 +242,9 @@ std::optional<Error> startPng(const std::string& path, PngJob& job) {
     }
     if (!readPngHeader(job)) {
         return pngFailure(job);
+    }
+    if (auto refused = refusedSize(sizeCheck, job.wide, job.high)) {
+        return refused;
     }
     // Deflate codes at most 258 bytes in 2 bits, about 1032 to 1, so fewer compressed bytes
     // cannot hold the picture; libpng would only find out after the memory was committed.
@@ -279,11 +282,11 @@ bool readPngPicture(PngJob& job, std::uint8_t* pixels, std::size_t rowBytes) {
 
 }  // namespace
 
-Result<LabelImage> decodePngLabels(const std::string& path) {
+Result<LabelImage> decodePngLabels(const std::string& path, const SizeCheck& sizeCheck) {
     auto job = std::make_unique<PngJob>();
     auto cleanup = std::unique_ptr<PngCleanup>(new PngCleanup{*job});
     job->labels = true;
-    if (auto error = startPng(path, *job)) {
+    if (auto error = startPng(path, *job, sizeCheck)) {
         return *error;
     }
     if (job->notLabels || job->channels != 1) {
@@ -316,7 +319,7 @@ Result<LabelImage> decodePngLabels(const std::string& path) {
 Result<Picture> decodePng(const std::string& path, const ReadOptions& options) {
     auto job = std::make_unique<PngJob>();
     auto cleanup = std::unique_ptr<PngCleanup>(new PngCleanup{*job});
-    if (auto error = startPng(path, *job)) {
+    if (auto error = startPng(path, *job, options.sizeCheck)) {
         return *error;
     }
     const bool alpha = job->channels > 3;

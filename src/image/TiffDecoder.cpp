@@ -1,3 +1,5 @@
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <tiffio.h>
 #include <unistd.h>
 
@@ -12,6 +14,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <unordered_set>
 #include <vector>
 
 #include "core/ParallelRows.h"
@@ -52,28 +55,68 @@ int tiffWarning(TIFF*, void* news, const char*, const char*, va_list) {
     return 1;
 }
 
+// A number of `bytes` bytes as the file stores it.
+std::uint64_t fileNumber(const std::uint8_t* p, std::size_t bytes, bool little) {
+    std::uint64_t v = 0;
+    for (std::size_t i = 0; i < bytes; ++i) {
+        v |= std::uint64_t(p[little ? i : bytes - 1 - i]) << (8 * i);
+    }
+    return v;
+}
+
+// What the first bytes of a TIFF file say about how to read the rest.
+struct TiffHeader {
+    bool little = true;
+    bool big = false;  // BigTIFF: 64-bit offsets and counts
+    std::uint64_t firstDirectory = 0;
+
+    std::uint64_t bytes() const { return big ? 16 : 8; }
+    std::uint64_t countBytes() const { return big ? 8 : 2; }
+    std::uint64_t entryBytes() const { return big ? 20 : 12; }
+    std::uint64_t offsetBytes() const { return big ? 8 : 4; }
+};
+
+// Nothing when the bytes are no TIFF header or too few.
+std::optional<TiffHeader> tiffHeader(const std::uint8_t* h, std::size_t got) {
+    const bool little = got >= 4 && h[0] == 'I' && h[1] == 'I';
+    if (got < 4 || (!little && !(h[0] == 'M' && h[1] == 'M'))) {
+        return std::nullopt;
+    }
+    const std::uint64_t version = fileNumber(h + 2, 2, little);
+    const bool big = version == 43;
+    if ((version != 42 && !big) || got < (big ? 16u : 8u)) {
+        return std::nullopt;
+    }
+    return TiffHeader{little, big,
+                      big ? fileNumber(h + 8, 8, little) : fileNumber(h + 4, 4, little)};
+}
+
+bool readAt(int fd, std::uint64_t at, std::uint8_t* into, std::size_t n) {
+    for (std::size_t done = 0; done < n;) {
+        const ssize_t got = pread(fd, into + done, n - done, off_t(at + done));
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got <= 0) {
+            return false;
+        }
+        done += std::size_t(got);
+    }
+    return true;
+}
+
 // Why libtiff refused to open a file: a first directory that lies past the end means the file
 // was cut short, anything else is damage.
 const char* whyTiffDoesNotOpen(const std::string& path, std::uint64_t fileSize) {
     std::ifstream in(path, std::ios::binary);
     std::uint8_t h[16] = {};
     in.read(reinterpret_cast<char*>(h), sizeof h);
-    const auto got = std::uint64_t(in.gcount());
-    const bool little = h[0] == 'I';
-    auto number = [&](const std::uint8_t* p, int bytes) {
-        std::uint64_t v = 0;
-        for (int i = 0; i < bytes; ++i) {
-            v |= std::uint64_t(p[little ? i : bytes - 1 - i]) << (8 * i);
-        }
-        return v;
-    };
-    const bool big = number(h + 2, 2) == 43;
-    const std::uint64_t headerSize = big ? 16 : 8;
-    if (got < headerSize) {
+    const auto header = tiffHeader(h, std::size_t(in.gcount()));
+    if (!header) {
         return kTruncated;
     }
-    const std::uint64_t dir = big ? number(h + 8, 8) : number(h + 4, 4);
-    const std::uint64_t countSize = big ? 8 : 2;
+    const std::uint64_t dir = header->firstDirectory;
+    const std::uint64_t countSize = header->countBytes();
     if (dir > fileSize || fileSize - dir < countSize) {
         return kTruncated;
     }
@@ -81,9 +124,8 @@ const char* whyTiffDoesNotOpen(const std::string& path, std::uint64_t fileSize) 
     in.clear();
     in.seekg(std::streamoff(dir));
     in.read(reinterpret_cast<char*>(c), std::streamsize(countSize));
-    const std::uint64_t entries = number(c, int(countSize));
-    const std::uint64_t entrySize = big ? 20 : 12;
-    if (entries > (fileSize - dir - countSize) / entrySize) {
+    const std::uint64_t entries = fileNumber(c, countSize, header->little);
+    if (entries > (fileSize - dir - countSize) / header->entryBytes()) {
         return kTruncated;
     }
     return kDamaged;
@@ -104,7 +146,7 @@ struct TiffLayout {
     std::array<std::array<std::uint8_t, 256>, 3> lut{};  // grey/palette levels of <= 8 bits
     Scale16 scale;
     std::vector<std::uint8_t> lut16;  // 16-bit colour samples, through scale
-    std::uint32_t page = 0;           // the file's page being read, from 0
+    std::uint64_t directory = 0;      // of the page being read; 0: the file's first
 };
 
 std::uint32_t sampleAt(const std::uint8_t* row, std::size_t index, int bits) {
@@ -310,8 +352,100 @@ struct TiffCloser {
 };
 using TiffHandle = std::unique_ptr<TIFF, TiffCloser>;
 
-// "m": no memory mapping, which would count the whole file against memory while reading.
-TiffHandle openTiff(const std::string& path, TiffNews& news) {
+// The file as libtiff reads it, through a descriptor of our own. For a page other than the
+// first, libtiff is shown a header whose first directory is that page's: libtiff 4.5 reaches
+// any other page only by walking the chain of pages from the first (TIFFSetSubDirectory too,
+// to number it), so reading each page of a stack in turn cost time quadratic in its pages.
+struct TiffFile {
+    int fd = -1;
+    std::uint64_t size = 0;
+    std::uint64_t position = 0;
+    std::array<std::uint8_t, 16> header{};
+    std::size_t headerBytes = 0;  // read into header
+    std::size_t shownBytes = 0;   // of header, shown to libtiff instead of the file's own
+
+    ~TiffFile() {
+        if (fd >= 0) {
+            ::close(fd);
+        }
+    }
+};
+
+tmsize_t tiffFileRead(thandle_t handle, void* into, tmsize_t n) {
+    auto* f = static_cast<TiffFile*>(handle);
+    auto* bytes = static_cast<std::uint8_t*>(into);
+    std::size_t done = 0;
+    while (n > 0 && done < std::size_t(n)) {
+        const ssize_t got =
+            pread(f->fd, bytes + done, std::size_t(n) - done, off_t(f->position + done));
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got <= 0) {
+            break;
+        }
+        done += std::size_t(got);
+    }
+    for (std::uint64_t at = f->position; at < f->position + done && at < f->shownBytes; ++at) {
+        bytes[at - f->position] = f->header[at];
+    }
+    f->position += done;
+    return tmsize_t(done);
+}
+tmsize_t tiffFileWrite(thandle_t, void*, tmsize_t) {
+    return -1;
+}
+toff_t tiffFileSeek(thandle_t handle, toff_t offset, int whence) {
+    auto* f = static_cast<TiffFile*>(handle);
+    f->position = whence == SEEK_CUR   ? f->position + offset
+                  : whence == SEEK_END ? f->size + offset
+                                       : offset;
+    return f->position;
+}
+int tiffFileClose(thandle_t handle) {
+    delete static_cast<TiffFile*>(handle);
+    return 0;
+}
+toff_t tiffFileSize(thandle_t handle) {
+    return static_cast<TiffFile*>(handle)->size;
+}
+// Never mapped: a mapping would count the whole file against memory while reading.
+int tiffFileMap(thandle_t, void**, toff_t*) {
+    return 0;
+}
+void tiffFileUnmap(thandle_t, void*, toff_t) {}
+
+std::unique_ptr<TiffFile> openTiffFile(const std::string& path) {
+    auto f = std::make_unique<TiffFile>();
+    f->fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat st {};
+    if (f->fd < 0 || fstat(f->fd, &st) != 0) {
+        return nullptr;
+    }
+    f->size = std::uint64_t(st.st_size);
+    const ssize_t got = pread(f->fd, f->header.data(), f->header.size(), 0);
+    f->headerBytes = got > 0 ? std::size_t(got) : 0;
+    return f;
+}
+
+// The page whose directory lies at `directory` (0: the first page) as libtiff's first.
+TiffHandle openTiff(const std::string& path, TiffNews& news, std::uint64_t directory = 0) {
+    std::unique_ptr<TiffFile> file = openTiffFile(path);
+    if (!file) {
+        return nullptr;
+    }
+    if (directory != 0) {
+        const auto header = tiffHeader(file->header.data(), file->headerBytes);
+        if (!header || (!header->big && directory > 0xffffffffu)) {
+            return nullptr;
+        }
+        const std::size_t at = header->big ? 8 : 4, bytes = header->offsetBytes();
+        for (std::size_t i = 0; i < bytes; ++i) {
+            file->header[at + (header->little ? i : bytes - 1 - i)] =
+                std::uint8_t(directory >> (8 * i));
+        }
+        file->shownBytes = at + bytes;
+    }
     TIFFOpenOptions* options = TIFFOpenOptionsAlloc();
     if (!options) {
         news.noMemory = true;
@@ -319,9 +453,57 @@ TiffHandle openTiff(const std::string& path, TiffNews& news) {
     }
     TIFFOpenOptionsSetErrorHandlerExtR(options, tiffError, &news);
     TIFFOpenOptionsSetWarningHandlerExtR(options, tiffWarning, &news);
-    TiffHandle tif(TIFFOpenExt(path.c_str(), "rm", options));
+    TiffHandle tif(TIFFClientOpenExt(path.c_str(), "rm", file.get(), tiffFileRead, tiffFileWrite,
+                                     tiffFileSeek, tiffFileClose, tiffFileSize, tiffFileMap,
+                                     tiffFileUnmap, options));
     TIFFOpenOptionsFree(options);
+    if (tif) {
+        // libtiff closes the file from now on; data read in one go is read straight from it.
+        TIFFSetFileno(tif.get(), file.release()->fd);
+    }
     return tif;
+}
+
+// The directory of every page, from one walk along the chain. A directory must lie whole in
+// the file, and a chain that comes back on itself ends there, as libtiff counts pages; a chain
+// whose directories together would take more bytes than the file has (they overlap: 6 bytes
+// could otherwise make a page) is refused, so the count is bounded by the file's size.
+Result<PageIndex> walkPages(const std::string& path) {
+    auto pages = std::make_shared<std::vector<std::uint64_t>>();
+    std::unique_ptr<TiffFile> file = openTiffFile(path);
+    const auto header = file ? tiffHeader(file->header.data(), file->headerBytes) : std::nullopt;
+    if (!header) {
+        return PageIndex(pages);  // libtiff then says what is wrong with it
+    }
+    const std::uint64_t size = file->size, countBytes = header->countBytes();
+    std::unordered_set<std::uint64_t> seen;
+    std::uint64_t used = header->bytes();
+    for (std::uint64_t at = header->firstDirectory; at != 0 && seen.insert(at).second;) {
+        std::uint8_t b[8] = {};
+        if (at > size || size - at < countBytes + header->offsetBytes() ||
+            !readAt(file->fd, at, b, countBytes)) {
+            break;
+        }
+        const std::uint64_t entries = fileNumber(b, countBytes, header->little);
+        const std::uint64_t room = size - at - countBytes - header->offsetBytes();
+        if (entries > room / header->entryBytes()) {
+            break;
+        }
+        const std::uint64_t next = at + countBytes + entries * header->entryBytes();
+        used += next + header->offsetBytes() - at;
+        if (used > size || pages->size() == std::numeric_limits<std::uint32_t>::max()) {
+            return failure(
+                "the file is damaged: the directories of its first %1 pages would take more "
+                "than its %2 bytes",
+                {std::to_string(pages->size() + 1), std::to_string(size)});
+        }
+        pages->push_back(at);
+        if (!readAt(file->fd, next, b, header->offsetBytes())) {
+            break;
+        }
+        at = fileNumber(b, header->offsetBytes(), header->little);
+    }
+    return PageIndex(pages);
 }
 
 // labels: the samples are whole numbers to be read as they are, grey of up to 32 bits.
@@ -420,10 +602,8 @@ const char* decodeBlocks(TIFF* first, const std::string& path, const TiffLayout&
             TIFF* tif = first;
             if (w > 0) {
                 if (!handles[w]) {
-                    handles[w] = openTiff(path, workerNews[w]);
-                    if (!handles[w] ||
-                        (t.page > 0 && !TIFFSetDirectory(handles[w].get(), tdir_t(t.page))) ||
-                        !describe(handles[w].get())) {
+                    handles[w] = openTiff(path, workerNews[w], t.directory);
+                    if (!handles[w] || !describe(handles[w].get())) {
                         handles[w].reset();
                         return fail(kDamaged);
                     }
@@ -778,7 +958,8 @@ struct LabelSink {
     }
 };
 
-Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileSize) {
+Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileSize,
+                                    const SizeCheck& sizeCheck) {
     TiffNews news;
     TiffHandle tif = openTiff(path, news);
     if (!tif) {
@@ -789,6 +970,9 @@ Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileS
         return layout.error();
     }
     const TiffLayout& t = layout.value();
+    if (auto refused = refusedSize(sizeCheck, t.wide, t.high)) {
+        return *refused;
+    }
     if (t.colour == Colour::RGB || t.samples != 1) {
         return failure(kNotLabels);
     }
@@ -822,24 +1006,38 @@ Result<LabelImage> decodeTiffLabels(const std::string& path, std::uint64_t fileS
 
 Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
                            const ReadOptions& reading) {
-    TiffNews news;  // outlives the handle, which may still report while closing
-    TiffHandle tif = openTiff(path, news);
-    if (!tif) {
-        return failure(news.noMemory ? kNoMemory : whyTiffDoesNotOpen(path, fileSize));
+    PageIndex index = reading.pageIndex;
+    if (!index) {
+        Result<PageIndex> walked = walkPages(path);
+        if (!walked) {
+            return walked.error();
+        }
+        index = walked.value();
     }
-    // libtiff walks the chain of directories without reading them and stops at a loop.
-    const std::uint32_t pages = std::max<std::uint32_t>(1, TIFFNumberOfDirectories(tif.get()));
-    if (reading.page >= pages ||
-        (reading.page > 0 && !TIFFSetDirectory(tif.get(), tdir_t(reading.page)))) {
+    const std::uint32_t pages = std::max<std::uint32_t>(1, std::uint32_t(index->size()));
+    if (reading.page >= pages) {
         return failure("the file has %1 pages, and no page %2",
                        {std::to_string(pages), std::to_string(reading.page + 1)});
+    }
+    const std::uint64_t directory = reading.page > 0 ? (*index)[reading.page] : 0;
+    TiffNews news;  // outlives the handle, which may still report while closing
+    TiffHandle tif = openTiff(path, news, directory);
+    if (!tif) {
+        // A page found by the walk lies whole in the file: it cannot be read because it is
+        // damaged (libtiff words an empty one as memory it could not allocate).
+        return failure(directory       ? kDamaged
+                       : news.noMemory ? kNoMemory
+                                       : whyTiffDoesNotOpen(path, fileSize));
     }
     auto layout = describe(tif.get());
     if (!layout) {
         return layout.error();
     }
     TiffLayout& t = layout.value();
-    t.page = reading.page;
+    t.directory = directory;
+    if (auto refused = refusedSize(reading.sizeCheck, t.wide, t.high)) {
+        return *refused;
+    }
     const bool planar = t.planar && t.samples > 1;
     t.planar = planar;
     const bool oneSample = reading.keepGrey && t.colour == Colour::Grey && !t.alpha;
@@ -926,6 +1124,22 @@ Result<Picture> decodeTiff(const std::string& path, std::uint64_t fileSize,
         picture.sixteenBitTop = t.scale.max;
     }
     return picture;
+}
+
+Result<TiffPages> readTiffPages(const std::string& path, std::uint64_t fileSize) {
+    Result<PageIndex> index = walkPages(path);
+    if (!index) {
+        return index.error();
+    }
+    TiffNews news;
+    TiffHandle tif = openTiff(path, news);
+    if (!tif) {
+        return failure(news.noMemory ? kNoMemory : whyTiffDoesNotOpen(path, fileSize));
+    }
+    const char* text = nullptr;
+    std::string description =
+        TIFFGetField(tif.get(), TIFFTAG_IMAGEDESCRIPTION, &text) && text ? text : "";
+    return TiffPages{index.value(), std::move(description)};
 }
 
 }  // namespace pv::decode

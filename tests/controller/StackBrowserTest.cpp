@@ -149,6 +149,31 @@ TEST_F(StackBrowserTest, TheMaskStaysFromSliceToSliceAndCountsOnlyItsPixels) {
     }
 }
 
+// A mask or label image of another size is refused by its header: one claiming a large picture
+// whose pixels it does not hold is refused for its size, not for its missing data.
+TEST_F(StackBrowserTest, AMaskOrLabelsOfAnotherSizeAreRefusedBeforeTheirPixelsAreRead) {
+    ASSERT_TRUE(controller.openImageFile(stackPath));
+    const std::string claim = dir.file("claim.tif");
+    TIFF* t = TIFFOpen(claim.c_str(), "w");
+    ASSERT_NE(t, nullptr);
+    for (const auto& [tag, value] : {std::pair(TIFFTAG_IMAGEWIDTH, 3000),
+                                     {TIFFTAG_IMAGELENGTH, 2000},
+                                     {TIFFTAG_BITSPERSAMPLE, 8},
+                                     {TIFFTAG_ROWSPERSTRIP, 2000},
+                                     {TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK}}) {
+        TIFFSetField(t, tag, value);
+    }
+    const std::vector<std::uint8_t> row(3000, 1);
+    TIFFWriteRawStrip(t, 0, const_cast<std::uint8_t*>(row.data()), tmsize_t(row.size()));
+    TIFFClose(t);
+    const std::string labelsRefusal =
+        "the label image is 3000 x 2000 pixels but the picture is 7 x 5";
+    EXPECT_EQ(controller.setMaskFile(claim).error().reason,
+              "the mask is 3000 x 2000 pixels but the picture is 7 x 5");
+    EXPECT_EQ(labels.load(claim).error().reason, labelsRefusal);
+    EXPECT_EQ(controller.cellFields(claim, false).error().reason, labelsRefusal);
+}
+
 TEST_F(StackBrowserTest, BackgroundCorrectionsFollowTheSlices) {
     ASSERT_TRUE(controller.openImageFile(stackPath));
     ASSERT_TRUE(stack.open(stackPath));

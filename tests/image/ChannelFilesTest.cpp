@@ -104,6 +104,13 @@ TEST(ChannelFiles, RefusesWhatCannotMakeOnePictureNamingTheFile) {
             "this picture is 12 x 7 pixels but " + a +
                 " is 13 x 7: the two channels must be the "
                 "same size");
+    // Refused by its header: a file claiming a picture it does not hold gets its size as reason.
+    const std::string claim = dir.file("claim.bmp");
+    testing::writeBytes(
+        claim, testing::makeBmp(W, 4000, 24, {}, {}, std::vector<std::uint8_t>(W * 3 + 1)));
+    refused({a}, {claim, 0}, {0, 1}, claim,
+            "this picture is 13 x 4000 pixels but " + a +
+                " is 13 x 7: the two channels must be the same size");
     refused({rgb}, {a}, {0, 1}, rgb, "this is a colour picture: name the channel to take from it");
     refused({a}, {rgb, 3}, {0, 1}, rgb, "a picture has channels 1 to 3 (red, green, blue)");
     refused({a}, {dir.file("none.tif")}, {0, 1}, dir.file("none.tif"), "the file does not exist");

@@ -2,11 +2,14 @@
 // refused quickly, with its reason, and without committing the memory it asks for.
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <chrono>
 
 #include "image/ImageFile.h"
 #include "image/ImageTestFiles.h"
+#include "image/LabelImage.h"
+#include "image/StackLayout.h"
 
 namespace pv {
 namespace {
@@ -268,6 +271,58 @@ TEST(HostileFiles, AreRefusedQuicklyWithTheirReasonAndWithoutTheMemoryTheyAskFor
     // Refused before the pixels are touched: the peak grows by far less than any picture here.
     EXPECT_LT(peakKilobytes() - peakBefore, 64 * 1024);
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+// A mask, label image or channel file must be the picture's size: files claiming another size
+// are refused by their header, before any other check and before their pixels cost anything.
+// The blank fax page is whole and would decode to 630 MB.
+TEST(HostileFiles, OfTheWrongSizeAreRefusedBeforeTheirPixelsAreRead) {
+    TempDir dir;
+    const std::vector<std::uint8_t> oneRow(4000 * 3, 7);
+    const struct {
+        const char* name;
+        std::vector<std::uint8_t> bytes;
+        std::string size;
+        bool labels;  // also read as a label image
+    } cases[] = {
+        {"fax-blank-huge.tif", blankFax(dir, 30000, 7000), "30000 x 7000", true},
+        {"raw-short.tif", tiffClaiming(dir, {4000, 4000, COMPRESSION_NONE}), "4000 x 4000", false},
+        {"huge.png", pngClaiming(dir, 25000, 25000), "25000 x 25000", false},
+        {"huge.jpg", jpegClaiming(26000, 26000, false), "26000 x 26000", false},
+        {"short.bmp", testing::makeBmp(4000, 4000, 24, {}, {}, oneRow), "4000 x 4000", false},
+    };
+    const SizeCheck only16 = sizeMustBe(16, 16, "%1 x %2, not %3 x %4");
+    ::testing::internal::CaptureStderr();
+    const long peakBefore = peakKilobytes();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        testing::writeBytes(dir.file(c.name), c.bytes);
+        auto picture = readImageFile(dir.file(c.name), {.sizeCheck = only16});
+        ASSERT_FALSE(picture.ok());
+        EXPECT_EQ(picture.error().reason, c.size + ", not 16 x 16");
+        if (c.labels) {
+            auto labels = readLabelImage(dir.file(c.name), only16);
+            ASSERT_FALSE(labels.ok());
+            EXPECT_EQ(labels.error().reason, c.size + ", not 16 x 16");
+        }
+    }
+    auto pngLabels = readLabelImage(dir.file("huge.png"), only16);
+    EXPECT_EQ(pngLabels.error().reason, "25000 x 25000, not 16 x 16");
+    EXPECT_LT(peakKilobytes() - peakBefore, 64 * 1024);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+// A pipe would block the reader until something writes to it: every reader refuses it at once.
+TEST(HostileFiles, APipeIsRefusedBeforeItIsOpened) {
+    TempDir dir;
+    const std::string pipe = dir.file("pipe.tif");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::string reason =
+        "this is a pipe, device or socket, not a regular file: it cannot be read as a picture";
+    EXPECT_EQ(readImageFile(pipe).error().reason, reason);
+    EXPECT_EQ(readLabelImage(pipe).error().reason, reason);
+    EXPECT_EQ(readStackLayout(pipe).error().reason, reason);
+    EXPECT_EQ(imageKindOfFile(pipe), ImageKind::Unknown);
 }
 
 // The limits leave real files alone: progressive and arithmetic-coded files give the same
