@@ -294,7 +294,7 @@ TEST(HostileFiles, OfTheWrongSizeAreRefusedBeforeTheirPixelsAreRead) {
     } cases[] = {
         {"padded-fax.tif", blankFax(dir, 30000, 7000, true), "30000 x 7000", true},
         {"raw-short.tif", tiffClaiming(dir, {4000, 4000, COMPRESSION_NONE}), "4000 x 4000", false},
-        {"huge.png", pngClaiming(dir, 25000, 25000), "25000 x 25000", false},
+        {"huge.png", pngClaiming(dir, 25000, 25000), "25000 x 25000", true},
         {"huge.jpg", jpegClaiming(26000, 26000, false), "26000 x 26000", false},
         {"short.bmp", testing::makeBmp(4000, 4000, 24, {}, {}, oneRow), "4000 x 4000", false},
     };
@@ -313,8 +313,6 @@ TEST(HostileFiles, OfTheWrongSizeAreRefusedBeforeTheirPixelsAreRead) {
             EXPECT_EQ(labels.error().reason, c.size + ", not 16 x 16");
         }
     }
-    auto pngLabels = readLabelImage(dir.file("huge.png"), only16);
-    EXPECT_EQ(pngLabels.error().reason, "25000 x 25000, not 16 x 16");
     EXPECT_LT(peakKilobytes() - peakBefore, 64 * 1024);
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
