@@ -472,28 +472,29 @@ int stackFile(const std::uint8_t* data, std::size_t size) {
         return 0;
     }
     checkLayout(*layout);
-    static const cli::Options options = measureOptions();
-    cli::Options o = options;
-    // The first page is the mask, as the mask reader reads it.
-    o.mask = path;
     // The first two channels, the first by the name the file gives it, if any; a stack of one
     // channel pairs it with itself.
     const bool named = !layout->channelNames.empty() && !layout->channelNames[0].empty();
-    o.yChannel = named ? layout->channelNames[0] : "1";
-    o.xChannel = layout->channels > 1 ? "2" : "1";
-    cli::Options pooled = o;
+    const std::string y = named ? layout->channelNames[0] : "1";
+    const std::string x = layout->channels > 1 ? "2" : "1";
+    // The first page is the mask, as the mask reader reads it.
+    static const cli::Options options = measureOptions();
+    cli::Options pooled = options;
+    pooled.mask = path;
+    pooled.yChannel = y;
+    pooled.xChannel = x;
     pooled.stack = true;
     pooled.frame = layout->frames;
     follow(pooled, path);
-    // Slice by slice and as channel files, a picture is measured as furtherMeasures measures
-    // it; what is new is each page against the mask and the labels.
-    o.measures = MeasureRequest{};
-    cli::Options slices = o;
-    slices.labels = path;
+    // Slice by slice and as channel files, a picture is measured and its region drawn as
+    // furtherMeasures does; what is new is each page against the mask and the labels.
+    cli::Options slices;
+    slices.mask = slices.labels = path;
+    slices.yChannel = y;
+    slices.xChannel = x;
     followEachSlice(slices, path);
     // The file as both channel files, grey, then a colour channel of each.
-    cli::Options channels = options;
-    channels.measures = MeasureRequest{};
+    cli::Options channels;
     channels.mask = channels.yFile = channels.xFile = path;
     follow(channels, path);
     channels.yChannel = "1";
