@@ -116,6 +116,23 @@ void analyse(PixmeraVeltroController& controller, cli::BatchPort& port, const cl
     (void)report;
 }
 
+// Opens the image as the command line does and follows the road, each cell of the label image
+// too when there is one. False when the image was refused.
+bool follow(const cli::Options& o, const std::string& image) {
+    cli::BatchPort port;
+    PixmeraVeltroController controller(port);
+    // One thread: libFuzzer runs one input at a time and keeps to its core.
+    cli::startController(controller, o, 1);
+    if (!cli::openImage(controller, o, image)) {
+        return false;
+    }
+    analyse(controller, port, o);
+    if (o.labels) {
+        (void)controller.cellFields(*o.labels, o.measures.any());
+    }
+    return true;
+}
+
 // Sixteen by sixteen with every channel different, so that no pass stops early on a constant
 // channel.
 Picture smallPicture() {
@@ -135,14 +152,7 @@ Picture smallPicture() {
 
 int wholeRoad(const std::uint8_t* data, std::size_t size) {
     static const cli::Options options = wholeRoadOptions();
-    const std::string& path = scratch(data, size);
-    cli::BatchPort port;
-    PixmeraVeltroController controller(port);
-    // One thread: libFuzzer runs one input at a time and keeps to its core.
-    cli::startController(controller, options, 1);
-    if (controller.openImageFile(path)) {
-        analyse(controller, port, options);
-    }
+    follow(options, scratch(data, size));
     return 0;
 }
 
@@ -303,23 +313,6 @@ class OptionFiles {
     }
     std::string dir_;
 };
-
-// Opens the image as the command line does and follows the road, each cell of the label image
-// too when there is one. False when the image was refused.
-bool follow(const cli::Options& o, const std::string& image) {
-    cli::BatchPort port;
-    PixmeraVeltroController controller(port);
-    // One thread: libFuzzer runs one input at a time and keeps to its core.
-    cli::startController(controller, o, 1);
-    if (!cli::openImage(controller, o, image)) {
-        return false;
-    }
-    analyse(controller, port, o);
-    if (o.labels) {
-        (void)controller.cellFields(*o.labels, o.measures.any());
-    }
-    return true;
-}
 
 // The first and last few slices as --slices all takes them, each on its own: enough to reach
 // the deep pages of a long stack while one input stays quick.
