@@ -1,14 +1,16 @@
 // Writes the fuzzers' seed corpus into the folder given: small genuine files of every layout
 // the decoders accept (and of the few they refuse with a message), written by libtiff, libpng
-// and libjpeg through the test suite's writers, and command lines for the option parser.
+// and libjpeg through the test suite's writers, stacks as microscopes and ImageJ save them,
+// label images, and command lines for the option parser.
 //
-//   pv_make_corpus OUT   makes OUT/tiff, OUT/png, OUT/jpeg, OUT/bmp and OUT/cli
+//   pv_make_corpus OUT   makes OUT/tiff, OUT/png, OUT/jpeg, OUT/bmp, OUT/stack and OUT/cli
 
 #include <filesystem>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "GreyPages.h"
 #include "ImageTestFiles.h"
 #include "TestFiles.h"
 
@@ -236,6 +238,110 @@ void bmps() {
     writeBytes(file("bmp", "os2-palette1.bmp"), os2);
 }
 
+// Pages of one layout each, the first carrying the description: slices of different sizes,
+// codings or depths.
+void writePages(const std::string& path, const std::vector<TiffLayout>& pages,
+                const std::string& description = {}) {
+    TIFF* t = TIFFOpen(path.c_str(), "w");
+    for (std::size_t p = 0; p < pages.size(); ++p) {
+        if (p > 0) {
+            TIFFWriteDirectory(t);
+        }
+        if (p == 0 && !description.empty()) {
+            TIFFSetField(t, TIFFTAG_IMAGEDESCRIPTION, description.c_str());
+        }
+        const TiffLayout& s = pages[p];
+        writeTiffPage(t, s, samples(s.wide, s.high, s.samples, s.bits));
+    }
+    TIFFClose(t);
+}
+
+std::string omeDescription(const std::string& order, int c, int z, int t,
+                           const std::string& root = "OME") {
+    const std::string prefix = root == "OME" ? "" : root.substr(0, root.find(':') + 1);
+    std::string channels;
+    const char* names[] = {"DAPI", "GFP", "RFP", "Cy5"};
+    for (int k = 0; k < c; ++k) {
+        channels += "<" + prefix + "Channel ID=\"Channel:0:" + std::to_string(k) + "\" Name=\"" +
+                    names[k % 4] + "\"/>";
+    }
+    return R"(<?xml version="1.0" encoding="UTF-8"?><)" + root +
+           (prefix.empty() ? " xmlns" : " xmlns:" + prefix.substr(0, prefix.size() - 1)) +
+           R"(="http://www.openmicroscopy.org/Schemas/OME/2016-06"><)" + prefix +
+           R"(Image ID="Image:0"><)" + prefix + R"(Pixels ID="Pixels:0" DimensionOrder=")" + order +
+           R"(" SizeC=")" + std::to_string(c) + R"(" SizeZ=")" + std::to_string(z) +
+           R"(" SizeT=")" + std::to_string(t) + R"(" SizeX="8" SizeY="6" Type="uint8">)" +
+           channels + "</" + prefix + "Pixels></" + prefix + "Image></" + root + ">";
+}
+
+// Stacks of slices, a mask page, label images: the inputs of the stack harness.
+void stacks() {
+    const int w = kWide, h = kHigh;
+    const auto greyPages = [&](int count, int bits) {
+        std::vector<GreyPage> pages;
+        for (int p = 0; p < count; ++p) {
+            pages.push_back(pattern(std::size_t(w * h), std::uint32_t(1) << std::min(bits, 16),
+                                    std::uint32_t(p + 3)));
+        }
+        return pages;
+    };
+    writeGreyPages(file("stack", "imagej-c2z3t2.tif"), w, h, greyPages(12, 8),
+                   imageJDescription(2, 3, 2));
+    writeGreyPages(file("stack", "imagej-c2z2-16bit.tif"), w, h, greyPages(4, 16),
+                   imageJDescription(2, 2), 16);
+    writeGreyPages(file("stack", "imagej-slices5.tif"), w, h, greyPages(5, 8),
+                   "ImageJ=1.54f\nimages=5\nslices=5\nloop=false\n");
+    writeGreyPages(file("stack", "imagej-crlf.tif"), w, h, greyPages(4, 8),
+                   "ImageJ=1.54f\r\nimages=4\r\nchannels=2\r\nslices=2\r\nhyperstack=true\r\n");
+    writeGreyPages(file("stack", "pages4.tif"), w, h, greyPages(4, 8));
+    writeGreyPages(file("stack", "pages3-32bit.tif"), w, h, greyPages(3, 32), {}, 32);
+    for (const auto& [name, order, c, z, t] :
+         {std::tuple{"ome-zct.tif", "XYZCT", 2, 3, 1}, std::tuple{"ome-czt.tif", "XYCZT", 2, 2, 2},
+          std::tuple{"ome-tzc.tif", "XYTZC", 3, 1, 2}}) {
+        writeGreyPages(file("stack", name), w, h, greyPages(c * z * t, 8),
+                       omeDescription(order, c, z, t));
+    }
+    writeGreyPages(file("stack", "ome-prefixed.tif"), w, h, greyPages(4, 8),
+                   omeDescription("XYCZT", 2, 2, 1, "ome:OME"));
+    // tifffile's OME-TIFF of one RGB page: its three channels are the samples of one plane.
+    writePages(file("stack", "ome-rgb.tif"), {TiffLayout{.wide = w, .high = h}},
+               omeDescription("XYCZT", 3, 1, 1));
+    const TiffLayout grey{
+        .wide = w, .high = h, .samples = 1, .photometric = PHOTOMETRIC_MINISBLACK};
+    TiffLayout grey16 = grey, lzw = grey, bigger = grey, smaller = grey, wideRow = grey;
+    grey16.bits = 16;
+    lzw.compression = COMPRESSION_LZW;
+    bigger.wide = 2 * w;
+    bigger.high = 3 * h;
+    smaller.wide = 3;
+    smaller.high = 2;
+    wideRow.wide = 64;
+    wideRow.high = 1;
+    writePages(file("stack", "lzw-16bit-pages.tif"), {lzw, grey16, lzw, grey16});
+    writePages(file("stack", "sizes-differ.tif"), {grey, bigger, smaller});
+    writePages(file("stack", "imagej-sizes-differ.tif"), {grey, grey, bigger, smaller},
+               imageJDescription(2, 2));
+    writePages(file("stack", "row-then-page.tif"), {wideRow, bigger});
+    // A mask as the first page, then the slices.
+    std::vector<std::uint32_t> mask;
+    for (int i = 0; i < w * h; ++i) {
+        mask.push_back(i % w > i / w ? 255 : 0);
+    }
+    writeGreyPages(file("stack", "mask-page.tif"), w, h,
+                   {mask, greyPages(1, 8)[0], greyPages(2, 8)[1]});
+    // Label images of a few cells, one of them in two pieces.
+    std::vector<std::uint32_t> labels;
+    for (int i = 0; i < w * h; ++i) {
+        labels.push_back(i % w == 2 ? 0 : i % w < 2 || i / w == 0 ? 7 : 9 + i / w % 2);
+    }
+    for (int bits : {8, 16, 32}) {
+        writeGreyPages(file("stack", "labels" + std::to_string(bits) + ".tif"), w, h, {labels}, {},
+                       bits);
+    }
+    writePng(file("stack", "labels16.png"), {.wide = w, .high = h, .samples = 1, .bits = 16},
+             labels);
+}
+
 void commandLines() {
     const std::vector<std::vector<std::string>> lines = {
         {"cells.tif"},
@@ -246,6 +352,18 @@ void commandLines() {
          "x.bmp"},
         {"--roi", "polygon:10,10,240,20,200,240,30,200", "--reveal", "--xls", "--", "-odd.jpg"},
         {"--roi", "lasso:0,0,256,0,256,256,128,100,0,256", "--jobs", "1", "y.tif"},
+        // File names stand for the option harness's files by their first byte: 0 a picture,
+        // 1 an ImageJ stack, 2 an OME stack, 3 a mask, 4 labels, 5 16-bit grey, 6 a small mask.
+        {"--y-channel", "1", "--x-channel", "2", "--stack", "--mask", "3.tif", "1.tif"},
+        {"--y-channel", "GFP", "--x-channel", "DAPI", "--slices", "all", "--labels", "4.tif",
+         "--measures", "all", "--shuffles", "3", "2.tif"},
+        {"--y-channel", "2", "--x-channel", "1", "--slice", "3", "--frame", "1", "--mask", "6.tif",
+         "1.tif"},
+        {"--y-file", "5.tif", "--x-file", "2.tif", "--mask", "3.tif"},
+        {"--y-file", "0.tif", "--x-file", "0.tif", "--y-channel", "1", "--x-channel", "3"},
+        {"--labels", "4.tif", "--measures", "all", "--roi", "rect:20,20,200,180", "0.tif"},
+        {"--mask", "3.tif", "--measures", "significance", "--psf", "2", "--shuffles", "5", "0.tif",
+         "5.tif", "7.tif"},
         {"--help"},
         {"--version"},
     };
@@ -274,6 +392,7 @@ int main(int argc, char** argv) {
     pngs();
     jpegs();
     bmps();
+    stacks();
     commandLines();
     // The writers report through GoogleTest's assertions; any failure has been printed.
     return ::testing::UnitTest::GetInstance()->Failed() ? 1 : 0;
