@@ -198,11 +198,29 @@ SizeCheck sizeMustBe(std::int64_t wide, std::int64_t high, std::string english) 
     };
 }
 
-Result<LabelImage> readLabelImage(const std::string& path, const SizeCheck& sizeCheck) {
+SizeCheck justifiedBy(std::uint64_t fileBytes) {
+    return [fileBytes](std::uint64_t wide, std::uint64_t high) -> std::optional<std::string> {
+        // Both sides are below 2^32, so the product fits. A picture no layout can hold is left
+        // to the decoder, whose reason says so.
+        const std::uint64_t pixels = wide * high;
+        if (pixels <= kPixelsFreeOfFileSize || pixels / kMostPixelsPerFileByte < fileBytes ||
+            pixels > std::uint64_t(Bitmap::kMaxBytesPerPlane)) {
+            return std::nullopt;
+        }
+        return tr(
+            "the file is too small to hold the %1 x %2 pixels it declares: %3 bytes, where a "
+            "picture of more than %4 pixels needs a byte for every %5 pixels",
+            {std::to_string(wide), std::to_string(high), std::to_string(fileBytes),
+             std::to_string(kPixelsFreeOfFileSize), std::to_string(kMostPixelsPerFileByte)});
+    };
+}
+
+Result<LabelImage> readLabelImage(const std::string& path, const SizeCheck& givenCheck) {
     auto start = fileStart(path);
     if (!start) {
         return start.error();
     }
+    const SizeCheck sizeCheck = givenCheck ? givenCheck : justifiedBy(start->size);
     if (start->kind != ImageKind::TIFF && start->kind != ImageKind::PNG) {
         return Error{path, tr("label images are read from TIFF and PNG files")};
     }
@@ -220,7 +238,7 @@ Result<LabelImage> readLabelImage(const std::string& path, const SizeCheck& size
     return read;
 }
 
-Result<Picture> readImageFile(const std::string& path, const ReadOptions& options) {
+Result<Picture> readImageFile(const std::string& path, const ReadOptions& given) {
     using namespace decode;
     if (isPictFileName(path)) {
         return Error{path, tr(kPictNotSupported)};
@@ -228,6 +246,10 @@ Result<Picture> readImageFile(const std::string& path, const ReadOptions& option
     auto start = fileStart(path);
     if (!start) {
         return start.error();
+    }
+    ReadOptions options = given;
+    if (!options.sizeCheck) {
+        options.sizeCheck = justifiedBy(start->size);
     }
     const std::uint64_t size = start->size;
     Result<Picture> picture = failure(kNotAPicture);

@@ -42,6 +42,15 @@ using SizeCheck = std::function<std::optional<std::string>(std::uint64_t wide, s
 // file's size and %3 x %4 the one expected.
 SizeCheck sizeMustBe(std::int64_t wide, std::int64_t high, std::string english);
 
+// Decoded pixels a file's bytes must justify, unless another file's size does (a mask, a label
+// image or a second channel must be the picture's size): a few kilobytes of a damaged or hostile
+// file must not cost the memory and time of a huge picture. Deflate and fax coding can reach far
+// more pixels a byte, but only on blank pictures; real microscope data stays below a tenth of it.
+inline constexpr std::uint64_t kPixelsFreeOfFileSize = std::uint64_t(1) << 24;
+inline constexpr std::uint64_t kMostPixelsPerFileByte = 256;
+// The check readImageFile and readLabelImage make when they are given none.
+SizeCheck justifiedBy(std::uint64_t fileBytes);
+
 // How 16-bit files are read. By default each is scaled by its own brightest colour sample, so
 // the same raw level means something else in every file; a fixed depth scales every file of
 // a batch alike: raw values by 255 / (2^depthBits - 1).
