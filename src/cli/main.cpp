@@ -19,6 +19,7 @@
 #include "controller/ControllerPort.h"
 #include "controller/PixmeraVeltroController.h"
 #include "core/PixelMemory.h"
+#include "image/ChannelFiles.h"
 #include "image/StackLayout.h"
 #include "output/Export.h"
 
@@ -194,6 +195,15 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
         out.failures.push_back(failureLine(image, layout.error().reason));
         out.rows.push_back(failedRow(image, o));
         out.rows.back().back() = layout.error().reason;
+        return out;
+    }
+    // Each slice reads two pages; a few bytes must not make thousands of large slices.
+    if (const Status justified = pagesJustified(ChannelSource{image, {}, 0, layout->pageIndex},
+                                                2 * std::uint64_t(layout->slices));
+        !justified) {
+        out.failures.push_back(failureLine(image, justified.error().reason));
+        out.rows.push_back(failedRow(image, o));
+        out.rows.back().back() = justified.error().reason;
         return out;
     }
     out.ok = true;

@@ -129,4 +129,17 @@ Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, 
     return picture;
 }
 
+Status pagesJustified(const ChannelSource& first, std::uint64_t pages) {
+    const Result<FileStart> start = fileStart(first.path);
+    const Result<PixelSize> size =
+        readPictureSize(first.path, {.page = first.page, .pageIndex = first.pageIndex});
+    if (!start || !size) {
+        return Status();
+    }
+    if (auto why = unjustifiedPixels(pages, size->wide, size->high, start->size)) {
+        return Status(Error{first.path, std::move(*why)});
+    }
+    return Status();
+}
+
 }  // namespace pv

@@ -36,4 +36,9 @@ struct ChannelPlaces {
 Result<Picture> readChannelPair(const ChannelSource& y, const ChannelSource& x, ChannelPlaces into,
                                 const ReadOptions& options = {});
 
+// Refused, naming the file, when reading `pages` pictures the size of `first`'s (the slices of a
+// stack, one after another) is more than the file's bytes justify; checked by the page's header
+// before anything is decoded. A file that cannot be read passes: its reading says why.
+Status pagesJustified(const ChannelSource& first, std::uint64_t pages);
+
 }  // namespace pv

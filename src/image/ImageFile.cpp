@@ -198,20 +198,34 @@ SizeCheck sizeMustBe(std::int64_t wide, std::int64_t high, std::string english) 
     };
 }
 
+std::optional<std::string> unjustifiedPixels(std::uint64_t pages, std::uint64_t wide,
+                                             std::uint64_t high, std::uint64_t fileBytes) {
+    // Both sides are below 2^32, so one page's pixels fit; the pages saturate.
+    const std::uint64_t pixels = wide * high;
+    const std::uint64_t all =
+        pages > 0 && pixels > UINT64_MAX / pages ? UINT64_MAX : pixels * pages;
+    if (all <= kPixelsFreeOfFileSize || all / kMostPixelsPerFileByte < fileBytes) {
+        return std::nullopt;
+    }
+    const std::string size = std::to_string(wide) + " x " + std::to_string(high);
+    const std::string rule =
+        tr("a picture of more than %1 pixels needs a byte for every %2 pixels",
+           {std::to_string(kPixelsFreeOfFileSize), std::to_string(kMostPixelsPerFileByte)});
+    return pages == 1 ? tr("the file is too small to hold the %1 pixels it declares: %2 bytes, "
+                           "where %3",
+                           {size, std::to_string(fileBytes), rule})
+                      : tr("the file is too small to hold %1 pages of %2 pixels: %3 bytes, where "
+                           "%4, counting every page read",
+                           {std::to_string(pages), size, std::to_string(fileBytes), rule});
+}
+
 SizeCheck justifiedBy(std::uint64_t fileBytes) {
     return [fileBytes](std::uint64_t wide, std::uint64_t high) -> std::optional<std::string> {
-        // Both sides are below 2^32, so the product fits. A picture no layout can hold is left
-        // to the decoder, whose reason says so.
-        const std::uint64_t pixels = wide * high;
-        if (pixels <= kPixelsFreeOfFileSize || pixels / kMostPixelsPerFileByte < fileBytes ||
-            pixels > std::uint64_t(Bitmap::kMaxBytesPerPlane)) {
+        // A picture no layout can hold is left to the decoder, whose reason says so.
+        if (wide * high > std::uint64_t(Bitmap::kMaxBytesPerPlane)) {
             return std::nullopt;
         }
-        return tr(
-            "the file is too small to hold the %1 x %2 pixels it declares: %3 bytes, where a "
-            "picture of more than %4 pixels needs a byte for every %5 pixels",
-            {std::to_string(wide), std::to_string(high), std::to_string(fileBytes),
-             std::to_string(kPixelsFreeOfFileSize), std::to_string(kMostPixelsPerFileByte)});
+        return unjustifiedPixels(1, wide, high, fileBytes);
     };
 }
 
@@ -281,6 +295,25 @@ Result<Picture> readImageFile(const std::string& path, const ReadOptions& given)
                      tr("the file has 1 page, and no page %1", {std::to_string(options.page + 1)})};
     }
     return picture;
+}
+
+Result<PixelSize> readPictureSize(const std::string& path, const ReadOptions& options) {
+    // The decoders ask the size check as soon as their header gives the size: a check that
+    // notes the size and refuses stops them before any pixel is read.
+    std::optional<PixelSize> seen;
+    ReadOptions reading = options;
+    reading.sizeCheck = [&seen](std::uint64_t wide,
+                                std::uint64_t high) -> std::optional<std::string> {
+        seen = PixelSize{wide, high};
+        return std::string();
+    };
+    Result<Picture> read = readImageFile(path, reading);
+    if (seen) {
+        return *seen;
+    }
+    return read ? Result<PixelSize>(PixelSize{std::uint64_t(read->pixelsWide()),
+                                              std::uint64_t(read->pixelsHigh())})
+                : Result<PixelSize>(read.error());
 }
 
 }  // namespace pv

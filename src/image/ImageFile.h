@@ -50,6 +50,10 @@ inline constexpr std::uint64_t kPixelsFreeOfFileSize = std::uint64_t(1) << 24;
 inline constexpr std::uint64_t kMostPixelsPerFileByte = 256;
 // The check readImageFile and readLabelImage make when they are given none.
 SizeCheck justifiedBy(std::uint64_t fileBytes);
+// Why `pages` pictures of wide x high pixels (the pages of a stack read one after another) are
+// more than a file of fileBytes bytes justifies; nothing when they are not.
+std::optional<std::string> unjustifiedPixels(std::uint64_t pages, std::uint64_t wide,
+                                             std::uint64_t high, std::uint64_t fileBytes);
 
 // How 16-bit files are read. By default each is scaled by its own brightest colour sample, so
 // the same raw level means something else in every file; a fixed depth scales every file of
@@ -78,6 +82,13 @@ struct ReadOptions {
 // pixels / dpi * 72 (72 dpi when the file gives none). Every error's file is PATH as passed in, its
 // reason in plain words (for PICT names, the reason is kPictNotSupported, checked before the file).
 Result<Picture> readImageFile(const std::string& path, const ReadOptions& options = {});
+
+// The picture's size as its header gives it (of the page, for a page of a TIFF file), without
+// decoding its pixels.
+struct PixelSize {
+    std::uint64_t wide = 0, high = 0;
+};
+Result<PixelSize> readPictureSize(const std::string& path, const ReadOptions& options = {});
 
 // Extensions on which the program refuses to decode, with the message it gives.
 bool isPictFileName(std::string_view path);
