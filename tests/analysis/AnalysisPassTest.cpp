@@ -204,7 +204,8 @@ TEST(AnalysisPass, WholeAndRegionResultsMatchBruteForce) {
                 const bool masked = kind == 5;
                 const Expected e = bruteForce(img, combo, levels, region.selects,
                                               masked ? mask : std::vector<std::uint8_t>{});
-                const MaskView maskView = masked ? MaskView{maskRows.data(), maskRow} : MaskView{};
+                const MaskView maskView =
+                    masked ? MaskView{maskRows.data(), maskRow, img.w, img.h} : MaskView{};
                 for (unsigned threads : {1u, 2u, 3u, 0u}) {
                     SCOPED_TRACE(testing::Message() << "threads " << threads);
                     AnalysisState s;
@@ -301,9 +302,9 @@ TEST(Reveal, PaintsExactlyTheSelectedPixels) {
                 const std::vector<std::uint8_t> expected = revealedBytes(
                     source, region.selects, colour, masked ? mask : std::vector<std::uint8_t>{});
                 for (unsigned threads : {1u, 3u}) {
-                    ASSERT_TRUE(paintReveal(source, reused, RGBCombo(combo), levels,
-                                            region.selection, colour, threads, {},
-                                            masked ? MaskView{mask.data(), 41} : MaskView{}));
+                    ASSERT_TRUE(paintReveal(
+                        source, reused, RGBCombo(combo), levels, region.selection, colour, threads,
+                        {}, masked ? MaskView{mask.data(), 41, 41, 27} : MaskView{}));
                     EXPECT_EQ(test::bytesOf(reused), expected) << threads << " threads";
                 }
             }

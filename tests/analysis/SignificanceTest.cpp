@@ -26,7 +26,7 @@ struct Pair {
         const std::span<const std::uint8_t> all(rgb);
         return *ChannelView::over({all, all.subspan(1), all.subspan(2)}, 3, w * 3, w, h);
     }
-    MaskView maskView() const { return mask.empty() ? MaskView{} : MaskView{mask.data(), w}; }
+    MaskView maskView() const { return mask.empty() ? MaskView{} : MaskView{mask.data(), w, w, h}; }
 };
 
 BlockShuffleTest testOf(const Pair& p, int side) {
