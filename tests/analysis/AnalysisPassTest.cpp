@@ -11,9 +11,12 @@
 #include "TestRaster.h"
 #include "analysis/AnalysisPass.h"
 #include "analysis/Coefficients.h"
+#include "analysis/LabelAnalysis.h"
+#include "analysis/LabelMeasures.h"
 #include "analysis/RegionCensus.h"
 #include "analysis/Reveal.h"
 #include "analysis/ScatterGram.h"
+#include "analysis/Significance.h"
 
 namespace pv {
 namespace {
@@ -325,6 +328,44 @@ TEST(Reveal, RefusesATargetOfAnotherLayout) {
                                  RegionSelection::singleColor(), {}, 1))
             << layout.name;
         EXPECT_EQ(test::bytesOf(target), before) << layout.name;
+    }
+}
+
+// A mask of another size than the picture, or with rows shorter than the picture's, would be
+// read past its end or against the wrong pixels: every pass that reads a mask refuses it.
+TEST(Mask, EveryPassRefusesOneOfAnotherSize) {
+    std::mt19937 rng(8);
+    const int w = 12, h = 9;
+    const Bitmap picture =
+        test::randomBitmap(test::kBitmapLayouts[0], w, h, rng, [](std::mt19937& g) { return g(); });
+    const ChannelView view = picture.channels();
+    const LabelImage labels{w, h, LabelImage::Labels(std::size_t(w * h), 1)};
+    const std::vector<CellBox> boxes = cellBoxes(view, labels);
+    const std::uint32_t cells[] = {1};
+    std::vector<std::uint8_t> bytes(std::size_t((w + 1) * (h + 1)), 255);
+    for (const auto& [mask, ok] : {std::pair(MaskView{bytes.data(), w - 1, w - 1, h}, false),
+                                   {MaskView{bytes.data(), w, w, h + 1}, false},
+                                   {MaskView{bytes.data(), w - 1, w, h}, false},
+                                   {MaskView{bytes.data(), w, w, h}, true}}) {
+        SCOPED_TRACE(testing::Message()
+                     << mask.width << " x " << mask.height << " rows of " << mask.rowStride);
+        PairHistogram histogram;
+        EXPECT_EQ(countPairs(view, RGBCombo::RedGreen, {}, histogram, 1, {}, mask), ok);
+        EXPECT_EQ(histogram.counts.empty(), !ok);
+        BlockShuffleTest test(2);
+        EXPECT_EQ(test.addPlane(view, RGBCombo::RedGreen, mask), ok);
+        EXPECT_EQ(test.blockCount(), ok ? 24u : 0u);
+        EXPECT_EQ(binsByLabel(view, labels, RGBCombo::RedGreen, mask).bins.size(), ok ? 108u : 0u);
+        EXPECT_EQ(cellBoxes(view, labels, mask).empty(), !ok);
+        EXPECT_EQ(labelSignificance(view, labels, boxes, cells, RGBCombo::RedGreen, mask, 2, 5, 1)
+                      .has_value(),
+                  ok);
+        EXPECT_EQ(analyseLabels(view, labels, RGBCombo::RedGreen, {}, nullptr, mask).empty(), !ok);
+        std::optional<Bitmap> target = picture.copy();
+        ASSERT_TRUE(target);
+        EXPECT_EQ(paintReveal(picture, *target, RGBCombo::RedGreen, {},
+                              RegionSelection::singleColor(), {}, 1, {}, mask),
+                  ok);
     }
 }
 
