@@ -69,16 +69,10 @@ PairSums minus(PairSums a, const PairSums& b) {
     return a;
 }
 
-// Adds the sums of one pair's pixels, the (0, 0) ones included.
+// Adds the sums of one pair's pixels: Costes' search counts the (0, 0) ones too.
 void addPair(PairSums& s, const PairCount& p) {
-    const auto k = std::int64_t(p.count);
-    const std::int64_t y = yOf(p), x = xOf(p);
-    s.sumPixelsXYAxis += k * x * y;
-    s.sumPixelsXAxis += k * x;
-    s.sumPixelsXSquaredAxis += k * x * x;
-    s.sumPixelsYAxis += k * y;
-    s.sumPixelsYSquaredAxis += k * y * y;
-    s.sumPixelCount += k;
+    addToPairSums(s, yOf(p), xOf(p), p.count);
+    s.sumPixelCount += p.bin == 0 ? std::int64_t(p.count) : 0;
 }
 
 void add(PairSums& a, const PairSums& b) {

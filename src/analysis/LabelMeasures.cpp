@@ -183,10 +183,13 @@ std::optional<std::vector<SignificanceResult>> labelSignificance(
     if (boxes.size() != kLabelSlots || !fitsLabels(view, labels, mask)) {
         return std::nullopt;
     }
+    const auto boxOf = [&boxes](std::uint32_t label) {
+        return label < boxes.size() ? boxes[label] : CellBox{};
+    };
     // Each worker holds the test of its cell; together no more than about the picture's.
     std::uint64_t largest = 1;
     for (const std::uint32_t label : cells) {
-        largest = std::max(largest, boxes[label].pixels());
+        largest = std::max(largest, boxOf(label).pixels());
     }
     const auto n = std::int64_t(cells.size());
     const auto fitting = std::max<std::uint64_t>(
@@ -201,7 +204,7 @@ std::optional<std::vector<SignificanceResult>> labelSignificance(
             for (std::int64_t i = begin; i < end && !failed[w]; ++i) {
                 const std::uint32_t label = cells[std::size_t(i)];
                 std::optional<BlockShuffleTest> test =
-                    cellShuffleTest(view, labels, label, boxes[label], combo, mask, blockSize);
+                    cellShuffleTest(view, labels, label, boxOf(label), combo, mask, blockSize);
                 std::optional<SignificanceResult> result;
                 if (test) {
                     result = test->run(shuffles, seed, 1, cancel);

@@ -200,17 +200,15 @@ void Inputs::showCellRows() {
         return;
     }
     Result<BlockShuffleTest> made = labels_.significanceTest(cellShown_);
-    const std::optional<FurtherMeasureResults>& picture = controller_.furtherMeasures();
-    if (!made || !picture) {
+    if (!made) {
         labels_.takeSignificance(cellShown_, labels_.stamp(), std::nullopt);
-        if (!made) {
-            emit failed(tr("Cell"), QString::fromStdString(made.error().message()));
-        }
+        emit failed(tr("Cell"), QString::fromStdString(made.error().message()));
         return;
     }
     cellTested_ = cellShown_;
     cellTestStamp_ = labels_.stamp();
-    cellPanel_->startTest(std::move(*made), picture->asked.shuffles, picture->asked.seed);
+    const MeasureRequest& asked = controller_.furtherMeasures()->asked;  // due only with one
+    cellPanel_->startTest(std::move(*made), asked.shuffles, asked.seed);
 }
 
 void Inputs::cellTestEnded(const std::optional<SignificanceResult>& result, bool cancelled) {
