@@ -1,6 +1,7 @@
 #include "analysis/FurtherMeasures.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <numeric>
@@ -104,12 +105,19 @@ PairSums sumsFrom(PairCounts c, Corner corner) {
 // ... and of many in one sweep up from the last row, a tree over the columns that occur holding
 // the rows swept, so that the search costs what the pairs do whatever the number of steps.
 std::vector<PairSums> sumsFrom(PairCounts c, const std::vector<Corner>& corners) {
-    std::vector<int> columns;
+    std::array<std::uint64_t, kSide / 64> occurs{};
     for (const PairCount& p : c) {
-        columns.push_back(xOf(p));
+        occurs[std::size_t(xOf(p)) / 64] |= std::uint64_t(1) << (xOf(p) % 64);
     }
-    std::sort(columns.begin(), columns.end());
-    columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
+    std::vector<int> columns;
+    std::array<std::size_t, kSide> columnOf;  // set for the columns that occur
+    for (std::size_t word = 0; word < occurs.size(); ++word) {
+        for (std::uint64_t bits = occurs[word]; bits != 0; bits &= bits - 1) {
+            const auto x = int(word * 64) + std::countr_zero(bits);
+            columnOf[std::size_t(x)] = columns.size();
+            columns.push_back(x);
+        }
+    }
     const std::size_t m = columns.size();
     // Column i sits at m - i of the tree, so that a prefix of the tree is a run of columns
     // from the right.
@@ -125,9 +133,7 @@ std::vector<PairSums> sumsFrom(PairCounts c, const std::vector<Corner>& corners)
             const PairCount& p = c[unswept - 1];
             PairSums s;
             addPair(s, p);
-            const auto column = std::size_t(
-                std::lower_bound(columns.begin(), columns.end(), xOf(p)) - columns.begin());
-            for (std::size_t i = m - column; i <= m; i += i & (~i + 1)) {
+            for (std::size_t i = m - columnOf[std::size_t(xOf(p))]; i <= m; i += i & (~i + 1)) {
                 add(tree[i], s);
             }
         }
@@ -166,6 +172,8 @@ JointCounts jointCountsOf(const PairHistogram& histogram) {
 
 std::vector<PairCount> pairCountsOf(const JointCounts& counts) {
     std::vector<PairCount> pairs;
+    pairs.reserve(std::size_t(
+        std::count_if(counts.begin(), counts.end(), [](std::uint64_t k) { return k != 0; })));
     for (std::size_t b = 0; b < counts.size(); ++b) {
         if (counts[b] != 0) {
             pairs.push_back({std::uint16_t(b), counts[b]});
@@ -205,8 +213,9 @@ double spearmansRho(PairCounts counts) {
 
 double kendallsTauB(PairCounts counts) {
     const PairCounts c = rankSet(counts);
-    // A tree over X of the pixels in the rows below the one reached.
+    // A tree over X of the pixels in the rows below the one reached, and their count by X.
     std::array<std::uint64_t, kSide + 1> tree{};
+    std::array<std::uint64_t, kSide> column{};
     auto leftOf = [&tree](int x) {  // pixels below with X < x
         std::uint64_t n = 0;
         for (auto i = std::size_t(x); i > 0; i -= i & (~i + 1)) {
@@ -220,14 +229,15 @@ double kendallsTauB(PairCounts counts) {
     for (std::size_t row = 0; row < c.size();) {
         std::size_t end = row;
         for (; end < c.size() && yOf(c[end]) == yOf(c[row]); ++end) {
-            const std::uint64_t k = c[end].count;
-            concordant += UInt128(k) * leftOf(xOf(c[end]));
-            discordant += UInt128(k) * (rowsBelow - leftOf(xOf(c[end]) + 1));
+            const std::uint64_t k = c[end].count, left = leftOf(xOf(c[end]));
+            concordant += UInt128(k) * left;
+            discordant += UInt128(k) * (rowsBelow - left - column[std::size_t(xOf(c[end]))]);
         }
         for (; row < end; ++row) {
             for (auto i = std::size_t(xOf(c[row])) + 1; i <= kSide; i += i & (~i + 1)) {
                 tree[i] += c[row].count;
             }
+            column[std::size_t(xOf(c[row]))] += c[row].count;
             rowsBelow += c[row].count;
         }
     }
