@@ -138,7 +138,7 @@ void BM_LabelAnalysisPaired(benchmark::State& state) {
 
 // Every cell's histogram measures, as --labels with --measures spearman,kendall,icq,costes
 // works them out after the cells' pass: the labelled pixels' bins sorted by label, then each
-// cell's joint counts in a reused histogram and the measures of them.
+// cell's pairs, counted in a reused histogram, and the measures of them.
 void BM_LabelMeasures(benchmark::State& state) {
     const auto& img = fluorescenceImage(int(state.range(0)));
     const pv::LabelImage& labels = cellGrid(int(state.range(0)));
@@ -151,7 +151,7 @@ void BM_LabelMeasures(benchmark::State& state) {
     for (auto _ : state) {
         const pv::LabelBins sorted =
             pv::binsByLabel(img.bitmap.channels(), labels, pv::RGBCombo::RedGreen);
-        pv::forEachLabelCounts(sorted, cells, [&](std::size_t i, const pv::JointCounts& counts) {
+        pv::forEachLabelCounts(sorted, cells, [&](std::size_t i, pv::PairCounts counts) {
             results[i] = pv::histogramMeasures(request, counts);
         });
         bins = sorted.bins.size();

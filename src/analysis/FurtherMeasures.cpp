@@ -1,8 +1,10 @@
 #include "analysis/FurtherMeasures.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <vector>
 
 #include "analysis/Coefficients.h"
@@ -17,11 +19,17 @@ __extension__ using UInt128 = unsigned __int128;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr std::size_t kSide = 256;
 
-// The counts without the (0, 0) pixels: the pixels Rr uses.
-JointCounts rankSet(const JointCounts& counts) {
-    JointCounts c = counts;
-    c[0] = 0;
-    return c;
+int yOf(const PairCount& p) {
+    return p.bin >> 8;
+}
+
+int xOf(const PairCount& p) {
+    return p.bin & 0xFF;
+}
+
+// The pairs without the (0, 0) pixels, which come first: the pixels Rr uses.
+PairCounts rankSet(PairCounts counts) {
+    return counts.subspan(!counts.empty() && counts.front().bin == 0 ? 1 : 0);
 }
 
 struct Marginals {
@@ -30,16 +38,12 @@ struct Marginals {
     std::uint64_t n = 0;
 };
 
-Marginals marginalsOf(const JointCounts& c) {
+Marginals marginalsOf(PairCounts c) {
     Marginals m;
-    for (std::size_t y = 0; y < kSide; ++y) {
-        for (std::size_t x = 0; x < kSide; ++x) {
-            m.y[y] += c[y * kSide + x];
-            m.x[x] += c[y * kSide + x];
-        }
-    }
-    for (std::uint64_t k : m.y) {
-        m.n += k;
+    for (const PairCount& p : c) {
+        m.y[std::size_t(yOf(p))] += p.count;
+        m.x[std::size_t(xOf(p))] += p.count;
+        m.n += p.count;
     }
     return m;
 }
@@ -66,37 +70,81 @@ PairSums minus(PairSums a, const PairSums& b) {
     return a;
 }
 
-// Sums of the pixels with X >= x and Y >= y for every corner, so that any step of the threshold
-// search costs a look-up instead of a pass.
-class CornerSums {
-  public:
-    explicit CornerSums(const JointCounts& c) : sums_((kSide + 1) * (kSide + 1)) {
-        for (std::size_t y = kSide; y-- > 0;) {
-            for (std::size_t x = kSide; x-- > 0;) {
-                const std::int64_t k = std::int64_t(c[y * kSide + x]);
-                const std::int64_t yy = std::int64_t(y), xx = std::int64_t(x);
-                PairSums s = minus(at(y + 1, x), at(y + 1, x + 1));
-                const PairSums& right = at(y, x + 1);
-                s.sumPixelsXYAxis += right.sumPixelsXYAxis + k * xx * yy;
-                s.sumPixelsXAxis += right.sumPixelsXAxis + k * xx;
-                s.sumPixelsXSquaredAxis += right.sumPixelsXSquaredAxis + k * xx * xx;
-                s.sumPixelsYAxis += right.sumPixelsYAxis + k * yy;
-                s.sumPixelsYSquaredAxis += right.sumPixelsYSquaredAxis + k * yy * yy;
-                s.sumPixelCount += right.sumPixelCount + k;
-                sums_[y * (kSide + 1) + x] = s;
-            }
+// Adds the sums of one pair's pixels: Costes' search counts the (0, 0) ones too.
+void addPair(PairSums& s, const PairCount& p) {
+    addToPairSums(s, yOf(p), xOf(p), p.count);
+    s.sumPixelCount += p.bin == 0 ? std::int64_t(p.count) : 0;
+}
+
+void add(PairSums& a, const PairSums& b) {
+    a.sumPixelsXYAxis += b.sumPixelsXYAxis;
+    a.sumPixelsXAxis += b.sumPixelsXAxis;
+    a.sumPixelsXSquaredAxis += b.sumPixelsXSquaredAxis;
+    a.sumPixelsYAxis += b.sumPixelsYAxis;
+    a.sumPixelsYSquaredAxis += b.sumPixelsYSquaredAxis;
+    a.sumPixelCount += b.sumPixelCount;
+}
+
+// A corner of the threshold search; outside 0 ... 256 it takes in everything or nothing.
+struct Corner {
+    std::int64_t x = 0;
+    std::int64_t y = 0;
+};
+
+// Sums of the pixels with X >= x and Y >= y: of one corner by a pass over the pairs, ...
+PairSums sumsFrom(PairCounts c, Corner corner) {
+    PairSums s;
+    for (const PairCount& p : c) {
+        if (xOf(p) >= corner.x && yOf(p) >= corner.y) {
+            addPair(s, p);
         }
     }
-    // Thresholds outside 0 ... 256 take in everything or nothing.
-    const PairSums& from(std::int64_t x, std::int64_t y) const {
-        return at(std::size_t(std::clamp<std::int64_t>(y, 0, kSide)),
-                  std::size_t(std::clamp<std::int64_t>(x, 0, kSide)));
-    }
+    return s;
+}
 
-  private:
-    const PairSums& at(std::size_t y, std::size_t x) const { return sums_[y * (kSide + 1) + x]; }
-    std::vector<PairSums> sums_;
-};
+// ... and of many in one sweep up from the last row, a tree over the columns that occur holding
+// the rows swept, so that the search costs what the pairs do whatever the number of steps.
+std::vector<PairSums> sumsFrom(PairCounts c, const std::vector<Corner>& corners) {
+    std::array<std::uint64_t, kSide / 64> occurs{};
+    for (const PairCount& p : c) {
+        occurs[std::size_t(xOf(p)) / 64] |= std::uint64_t(1) << (xOf(p) % 64);
+    }
+    std::vector<int> columns;
+    std::array<std::size_t, kSide> columnOf;  // set for the columns that occur
+    for (std::size_t word = 0; word < occurs.size(); ++word) {
+        for (std::uint64_t bits = occurs[word]; bits != 0; bits &= bits - 1) {
+            const auto x = int(word * 64) + std::countr_zero(bits);
+            columnOf[std::size_t(x)] = columns.size();
+            columns.push_back(x);
+        }
+    }
+    const std::size_t m = columns.size();
+    // Column i sits at m - i of the tree, so that a prefix of the tree is a run of columns
+    // from the right.
+    std::vector<PairSums> tree(m + 1);
+    std::vector<std::size_t> order(corners.size());
+    std::iota(order.begin(), order.end(), std::size_t(0));
+    std::sort(order.begin(), order.end(),
+              [&](std::size_t a, std::size_t b) { return corners[a].y > corners[b].y; });
+    std::vector<PairSums> out(corners.size());
+    std::size_t unswept = c.size();
+    for (const std::size_t q : order) {
+        for (; unswept > 0 && yOf(c[unswept - 1]) >= corners[q].y; --unswept) {
+            const PairCount& p = c[unswept - 1];
+            PairSums s;
+            addPair(s, p);
+            for (std::size_t i = m - columnOf[std::size_t(xOf(p))]; i <= m; i += i & (~i + 1)) {
+                add(tree[i], s);
+            }
+        }
+        const auto first = std::size_t(
+            std::lower_bound(columns.begin(), columns.end(), corners[q].x) - columns.begin());
+        for (std::size_t i = m - first; i > 0; i -= i & (~i + 1)) {
+            add(out[q], tree[i]);
+        }
+    }
+    return out;
+}
 
 double quotientOrNaN(std::int64_t a, std::int64_t b) {
     return b == 0 ? kNaN : double(a) / double(b);
@@ -122,6 +170,18 @@ JointCounts jointCountsOf(const PairHistogram& histogram) {
     return c;
 }
 
+std::vector<PairCount> pairCountsOf(const JointCounts& counts) {
+    std::vector<PairCount> pairs;
+    pairs.reserve(std::size_t(
+        std::count_if(counts.begin(), counts.end(), [](std::uint64_t k) { return k != 0; })));
+    for (std::size_t b = 0; b < counts.size(); ++b) {
+        if (counts[b] != 0) {
+            pairs.push_back({std::uint16_t(b), counts[b]});
+        }
+    }
+    return pairs;
+}
+
 double definedPearson(const PairSums& s) {
     const Int128 n = s.sumPixelCount;
     const Int128 varX = n * s.sumPixelsXSquaredAxis - Int128(s.sumPixelsXAxis) * s.sumPixelsXAxis;
@@ -132,8 +192,8 @@ double definedPearson(const PairSums& s) {
     return pearsons_Rr(s);
 }
 
-double spearmansRho(const JointCounts& counts) {
-    const JointCounts c = rankSet(counts);
+double spearmansRho(PairCounts counts) {
+    const PairCounts c = rankSet(counts);
     const Marginals m = marginalsOf(c);
     const auto ry = centredTwiceRanks(m.y, m.n);
     const auto rx = centredTwiceRanks(m.x, m.n);
@@ -142,12 +202,8 @@ double spearmansRho(const JointCounts& counts) {
         syy += Int128(m.y[v]) * ry[v] * ry[v];
         sxx += Int128(m.x[v]) * rx[v] * rx[v];
     }
-    for (std::size_t y = 0; y < kSide; ++y) {
-        Int128 row = 0;
-        for (std::size_t x = 0; x < kSide; ++x) {
-            row += Int128(c[y * kSide + x]) * rx[x];
-        }
-        sxy += row * ry[y];
+    for (const PairCount& p : c) {
+        sxy += Int128(p.count) * rx[std::size_t(xOf(p))] * ry[std::size_t(yOf(p))];
     }
     if (m.n < 2 || syy == 0 || sxx == 0) {
         return kNaN;
@@ -155,30 +211,34 @@ double spearmansRho(const JointCounts& counts) {
     return double(sxy) / std::sqrt(double(syy) * double(sxx));
 }
 
-double kendallsTauB(const JointCounts& counts) {
-    const JointCounts c = rankSet(counts);
-    // below[y][x]: pixels with Y < y and X < x.
-    std::vector<std::uint64_t> below((kSide + 1) * (kSide + 1), 0);
-    auto at = [&below](std::size_t y, std::size_t x) -> std::uint64_t& {
-        return below[y * (kSide + 1) + x];
-    };
-    for (std::size_t y = 0; y < kSide; ++y) {
-        std::uint64_t rowSoFar = 0;
-        for (std::size_t x = 0; x < kSide; ++x) {
-            rowSoFar += c[y * kSide + x];
-            at(y + 1, x + 1) = at(y, x + 1) + rowSoFar;
+double kendallsTauB(PairCounts counts) {
+    const PairCounts c = rankSet(counts);
+    // A tree over X of the pixels in the rows below the one reached, and their count by X.
+    std::array<std::uint64_t, kSide + 1> tree{};
+    std::array<std::uint64_t, kSide> column{};
+    auto leftOf = [&tree](int x) {  // pixels below with X < x
+        std::uint64_t n = 0;
+        for (auto i = std::size_t(x); i > 0; i -= i & (~i + 1)) {
+            n += tree[i];
         }
-    }
+        return n;
+    };
     // Each pair is counted once, from its member with the larger Y.
     UInt128 concordant = 0, discordant = 0;
-    for (std::size_t y = 1; y < kSide; ++y) {
-        const std::uint64_t rowsBelow = at(y, kSide);
-        for (std::size_t x = 0; x < kSide; ++x) {
-            const std::uint64_t k = c[y * kSide + x];
-            if (k != 0) {
-                concordant += UInt128(k) * at(y, x);
-                discordant += UInt128(k) * (rowsBelow - at(y, x + 1));
+    std::uint64_t rowsBelow = 0;
+    for (std::size_t row = 0; row < c.size();) {
+        std::size_t end = row;
+        for (; end < c.size() && yOf(c[end]) == yOf(c[row]); ++end) {
+            const std::uint64_t k = c[end].count, left = leftOf(xOf(c[end]));
+            concordant += UInt128(k) * left;
+            discordant += UInt128(k) * (rowsBelow - left - column[std::size_t(xOf(c[end]))]);
+        }
+        for (; row < end; ++row) {
+            for (auto i = std::size_t(xOf(c[row])) + 1; i <= kSide; i += i & (~i + 1)) {
+                tree[i] += c[row].count;
             }
+            column[std::size_t(xOf(c[row]))] += c[row].count;
+            rowsBelow += c[row].count;
         }
     }
     const Marginals m = marginalsOf(c);
@@ -197,36 +257,32 @@ double kendallsTauB(const JointCounts& counts) {
     return difference / std::sqrt(double(all - tiedY) * double(all - tiedX));
 }
 
-double intensityCorrelationQuotient(const JointCounts& counts) {
-    const JointCounts c = rankSet(counts);
-    const Marginals m = marginalsOf(c);
-    const auto n = std::int64_t(m.n);
+double intensityCorrelationQuotient(PairCounts counts) {
+    const PairCounts c = rankSet(counts);
+    std::int64_t n = 0, sumY = 0, sumX = 0;
+    for (const PairCount& p : c) {
+        n += std::int64_t(p.count);
+        sumY += std::int64_t(p.count) * yOf(p);
+        sumX += std::int64_t(p.count) * xOf(p);
+    }
     if (n == 0) {
         return kNaN;
     }
-    std::int64_t sumY = 0, sumX = 0;
-    for (std::size_t v = 0; v < kSide; ++v) {
-        sumY += std::int64_t(v * m.y[v]);
-        sumX += std::int64_t(v * m.x[v]);
-    }
     // n * (v - mean) keeps the sign test in whole numbers.
     std::uint64_t positive = 0;
-    for (std::int64_t y = 0; y < 256; ++y) {
-        const std::int64_t dy = n * y - sumY;
-        for (std::int64_t x = 0; x < 256; ++x) {
-            const std::int64_t dx = n * x - sumX;
-            if ((dy > 0 && dx > 0) || (dy < 0 && dx < 0)) {
-                positive += c[std::size_t(y * 256 + x)];
-            }
+    for (const PairCount& p : c) {
+        const std::int64_t dy = n * yOf(p) - sumY;
+        const std::int64_t dx = n * xOf(p) - sumX;
+        if ((dy > 0 && dx > 0) || (dy < 0 && dx < 0)) {
+            positive += p.count;
         }
     }
     return double(positive) / double(n) - 0.5;
 }
 
-CostesResult costesThresholds(const JointCounts& counts) {
+CostesResult costesThresholds(PairCounts counts) {
     CostesResult result{{}, kNaN, kNaN, kNaN, kNaN, kNaN};
-    const CornerSums corners(counts);
-    const PairSums all = corners.from(0, 0);
+    const PairSums all = sumsFrom(counts, Corner{0, 0});
     const Int128 n = all.sumPixelCount;
     // n times the central sums, exact.
     const Int128 sxx =
@@ -245,27 +301,51 @@ CostesResult costesThresholds(const JointCounts& counts) {
 
     const bool alongX = -1 < a && a < 1;
     std::int64_t top = 0;  // the largest value of the walked channel
-    for (std::int64_t v = 255; v > 0 && top == 0; --v) {
-        const PairSums& beyond = alongX ? corners.from(v, 0) : corners.from(0, v);
-        top = beyond.sumPixelCount > 0 ? v : 0;
+    for (const PairCount& p : counts) {
+        top = std::max<std::int64_t>(top, alongX ? xOf(p) : yOf(p));
     }
-    std::int64_t tx = 0, ty = 0;
+    // The corners of every step are known before any is taken, so their sums come in one sweep.
+    std::vector<Corner> steps;
     for (std::int64_t t = top; t >= 0; --t) {
-        tx = alongX ? t : roundHalfUp((double(t) - b) / a);
-        ty = alongX ? roundHalfUp(a * double(t) + b) : t;
-        const double r = definedPearson(minus(all, corners.from(tx, ty)));
-        if (!(r > 0)) {
+        const std::int64_t tx = alongX ? t : roundHalfUp((double(t) - b) / a);
+        const std::int64_t ty = alongX ? roundHalfUp(a * double(t) + b) : t;
+        steps.push_back(
+            {std::clamp<std::int64_t>(tx, 0, kSide), std::clamp<std::int64_t>(ty, 0, kSide)});
+    }
+    const std::vector<PairSums> beyond = sumsFrom(counts, steps);
+    Corner last;
+    for (std::size_t i = 0; i < steps.size(); ++i) {
+        last = steps[i];
+        if (!(definedPearson(minus(all, beyond[i])) > 0)) {
             break;
         }
     }
-    const int x = int(std::clamp<std::int64_t>(tx, 0, 255));
-    const int y = int(std::clamp<std::int64_t>(ty, 0, 255));
+    const int x = int(std::min<std::int64_t>(last.x, 255));
+    const int y = int(std::min<std::int64_t>(last.y, 255));
     result.thresholds = CostesResult::Thresholds{y, x};
-    const PairSums& above = corners.from(x + 1, y + 1);
+    const PairSums above = sumsFrom(counts, Corner{x + 1, y + 1});
     result.pearsonsAbove = definedPearson(above);
-    result.tM1 = quotientOrNaN(above.sumPixelsYAxis, corners.from(0, y + 1).sumPixelsYAxis);
-    result.tM2 = quotientOrNaN(above.sumPixelsXAxis, corners.from(x + 1, 0).sumPixelsXAxis);
+    result.tM1 =
+        quotientOrNaN(above.sumPixelsYAxis, sumsFrom(counts, Corner{0, y + 1}).sumPixelsYAxis);
+    result.tM2 =
+        quotientOrNaN(above.sumPixelsXAxis, sumsFrom(counts, Corner{x + 1, 0}).sumPixelsXAxis);
     return result;
+}
+
+double spearmansRho(const JointCounts& counts) {
+    return spearmansRho(pairCountsOf(counts));
+}
+
+double kendallsTauB(const JointCounts& counts) {
+    return kendallsTauB(pairCountsOf(counts));
+}
+
+double intensityCorrelationQuotient(const JointCounts& counts) {
+    return intensityCorrelationQuotient(pairCountsOf(counts));
+}
+
+CostesResult costesThresholds(const JointCounts& counts) {
+    return costesThresholds(pairCountsOf(counts));
 }
 
 }  // namespace pv

@@ -408,7 +408,8 @@ std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage
                                        RGBCombo combo, const MinimumLevels& levels,
                                        const RegionSelection* region, const MaskView& mask,
                                        unsigned threads) {
-    if (view.isEmpty() || labels.wide != view.width || labels.high != view.height) {
+    if (view.isEmpty() || labels.wide != view.width || labels.high != view.height ||
+        !mask.fits(view)) {
         return {};
     }
     // What a pixel adds to the packed lanes follows from its bin, so it is looked up.

@@ -25,6 +25,7 @@ struct LabelResult {
 // Every label that occurs (inside the mask, when there is one), in increasing order, from one
 // pass over the picture whatever the number of labels. The labels are the picture's size and
 // hold no label above kMostLabels; rows are split among `threads` workers (0: one per core).
+// Nothing when the labels or the mask are not the picture's size.
 std::vector<LabelResult> analyseLabels(const ChannelView& view, const LabelImage& labels,
                                        RGBCombo combo, const MinimumLevels& levels,
                                        const RegionSelection* region, const MaskView& mask = {},

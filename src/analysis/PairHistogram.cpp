@@ -144,6 +144,10 @@ bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& le
         if (view.isEmpty()) {
             return true;
         }
+        if (!mask.fits(view)) {
+            histogram.counts.clear();
+            return false;
+        }
         const ChannelPair pair = channelPairFor(combo);
         const std::array<std::uint32_t, 256> thirdLut = thirdStateBinOffsets(combo, levels);
         // Without state 2 the workers' histograms are a third smaller.

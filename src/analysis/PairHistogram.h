@@ -49,7 +49,8 @@ CensusClass censusClassOfBin(RGBCombo combo, const MinimumLevels& levels, int th
 // is replaced, or with `adding` is added to when it holds counts of the same pair and levels
 // (the slices of a stack, one after another, without a second histogram). Rows are split among
 // `threads` workers (0: one per core); the counts do not depend on the split. False when memory
-// is short or cancel stopped it: the histogram is then left empty.
+// is short, cancel stopped it or the mask does not fit the view: the histogram is then left
+// empty.
 bool countPairs(const ChannelView& view, RGBCombo combo, const MinimumLevels& levels,
                 PairHistogram& histogram, unsigned threads = 0, const CancelHook& cancel = {},
                 const MaskView& mask = {}, bool adding = false);

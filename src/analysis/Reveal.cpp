@@ -151,7 +151,7 @@ void paintChannelsRow(const Painter& p, const ChannelView& in, const WritableCha
 bool paintReveal(const Bitmap& source, Bitmap& target, RGBCombo combo, const MinimumLevels& levels,
                  const RegionSelection& selection, const RevealColour& colour, unsigned threads,
                  const CancelHook& cancel, const MaskView& mask) {
-    if (!target.hasLayoutOf(source)) {
+    if (!target.hasLayoutOf(source) || !mask.fits(source.channels())) {
         return false;
     }
     if (source.isEmpty()) {

@@ -12,8 +12,8 @@ namespace pv {
 // levels takes the reveal colour; every other byte (other pixels, alpha, further planes, row
 // padding) is the source's. Whatever target held before does not show through. Rows are split
 // among `threads` workers (0: one per core); the result does not depend on the split. False
-// when the layouts differ or memory is short (nothing written), or cancel stopped it (part
-// written). With a mask, pixels outside it keep their own colour.
+// when the layouts differ, the mask does not fit or memory is short (nothing written), or cancel
+// stopped it (part written). With a mask, pixels outside it keep their own colour.
 bool paintReveal(const Bitmap& source, Bitmap& target, RGBCombo combo, const MinimumLevels& levels,
                  const RegionSelection& selection, const RevealColour& colour, unsigned threads = 0,
                  const CancelHook& cancel = {}, const MaskView& mask = {});

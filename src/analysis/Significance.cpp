@@ -19,6 +19,8 @@ __extension__ using UInt128 = unsigned __int128;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr int kLargestBlock = 128;        // keeps a block's Σ Y² and dot product within 32 bits
 constexpr std::size_t kGatherAhead = 64;  // blocks fetched ahead of the one read; measured
+// Each worker shuffles an order of all blocks of its own: together they stay within this.
+constexpr std::uint64_t kOrderBytes = std::uint64_t(128) << 20;
 
 std::uint64_t mix64(std::uint64_t z) {
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
@@ -137,18 +139,24 @@ int estimatePsfSize(const ChannelView& view, int channel) {
 BlockShuffleTest::BlockShuffleTest(int blockSize)
     : side_(std::clamp(blockSize, 1, kLargestBlock)), blockPixels_(std::size_t(side_ * side_)) {}
 
+std::uint64_t BlockShuffleTest::blocksIn(std::int64_t width, std::int64_t height) const {
+    return width <= 0 || height <= 0 ? 0
+                                     : std::uint64_t(width / side_) * std::uint64_t(height / side_);
+}
+
 bool BlockShuffleTest::addPlane(const ChannelView& view, RGBCombo combo, const MaskView& mask) {
-    if (planes_ == 0) {
-        width_ = view.width;
-        height_ = view.height;
-    } else if (view.width != width_ || view.height != height_) {
+    const bool sameSize = planes_ == 0 || (view.width == width_ && view.height == height_);
+    const std::uint64_t blocks64 = blocksIn(view.width, view.height);
+    if (!sameSize || !mask.fits(view) || blocks64 > kMostBlocks - states_.size()) {
         return false;
     }
+    width_ = view.width;
+    height_ = view.height;
     const ChannelPair pair = channelPairFor(combo);
     const std::int64_t s = side_;
     const std::int64_t across = view.width / s, down = view.height / s;
     const std::size_t first = states_.size();
-    const std::size_t blocks = std::size_t(across * down);
+    const auto blocks = std::size_t(blocks64);
     try {
         y_.resize((first + blocks) * blockPixels_);
         x_.resize((first + blocks) * blockPixels_);
@@ -161,7 +169,12 @@ bool BlockShuffleTest::addPlane(const ChannelView& view, RGBCombo combo, const M
     } catch (const std::bad_alloc&) {
         return false;
     }
-    std::vector<std::uint32_t> insideCount(blocks, 0);
+    std::vector<std::uint32_t> insideCount;
+    try {
+        insideCount.assign(blocks, 0);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     for (std::int64_t r = 0; r < view.height; ++r) {
         const std::uint8_t* ys = view.sample(pair.y, r, 0);
         const std::uint8_t* xs = view.sample(pair.x, r, 0);
@@ -271,15 +284,17 @@ std::optional<SignificanceResult> BlockShuffleTest::run(int shuffles, std::uint6
     const std::size_t blocks = states_.size();
     SignificanceResult result{kNaN, kNaN, kNaN, kNaN, side_, blocks};
     try {
-        std::vector<std::uint32_t> identity(blocks);
-        std::iota(identity.begin(), identity.end(), 0u);
-        result.observedR = pearsonOf(blockTotals(identity.data()));
+        const std::int64_t pixels = width_ * height_;
+        const auto workersForMemory =
+            unsigned(std::clamp<std::uint64_t>(kOrderBytes / (4 * std::max<std::size_t>(blocks, 1)),
+                                               1, std::numeric_limits<unsigned>::max()));
+        const unsigned workers = std::min(workersFor(shuffles, pixels, threads), workersForMemory);
+        std::vector<std::vector<std::uint32_t>> orders(workers, std::vector<std::uint32_t>(blocks));
+        std::iota(orders[0].begin(), orders[0].end(), 0u);
+        result.observedR = pearsonOf(blockTotals(orders[0].data()));
         if (blocks < 2 || shuffles < 1) {
             return result;
         }
-        const std::int64_t pixels = width_ * height_;
-        const unsigned workers = workersFor(shuffles, pixels, threads);
-        std::vector<std::vector<std::uint32_t>> orders(workers, identity);
         std::vector<double> r(std::size_t(shuffles), kNaN);
         std::atomic<int> done{0};
         const bool finished = forEachRowBlock(
@@ -287,7 +302,7 @@ std::optional<SignificanceResult> BlockShuffleTest::run(int shuffles, std::uint6
             [&](unsigned w, std::int64_t begin, std::int64_t end) {
                 std::vector<std::uint32_t>& order = orders[w];
                 for (std::int64_t i = begin; i < end; ++i) {
-                    std::copy(identity.begin(), identity.end(), order.begin());
+                    std::iota(order.begin(), order.end(), 0u);
                     shuffle(order, ShuffleRandom(seed, std::uint64_t(i)));
                     r[std::size_t(i)] = pearsonOf(blockTotals(order.data()));
                     if (progress) {

@@ -37,10 +37,20 @@ int estimatePsfSize(const ChannelView& view, int channel);
 // a stack are added one by one and their blocks shuffled as one pool.
 class BlockShuffleTest {
   public:
+    // The most blocks a test shuffles, of all its planes. A 100-megapixel picture has 11.1 M
+    // blocks of 3 x 3 pixels. Besides its pixels a block takes 9 bytes, and 4 for each worker
+    // shuffling (21 measured with two), so that the blocks' own memory stays within about
+    // 250 MB on any number of cores.
+    static constexpr std::uint64_t kMostBlocks = 12'000'000;
+
     explicit BlockShuffleTest(int blockSize);
 
-    // The pair of the view, inside the mask. Every plane must have the first one's size. False
-    // when memory is short (the test is then unusable).
+    // The whole blocks of the test's side in a plane of width x height.
+    std::uint64_t blocksIn(std::int64_t width, std::int64_t height) const;
+
+    // The pair of the view, inside the mask. False, the test unchanged, when the view is not
+    // the first plane's size, the mask does not fit it or the blocks would exceed kMostBlocks;
+    // false when memory is short (the test is then unusable).
     bool addPlane(const ChannelView& view, RGBCombo combo, const MaskView& mask = {});
 
     // Told how many shuffles are done, from whichever worker finished one.
@@ -48,8 +58,9 @@ class BlockShuffleTest {
 
     // The observed r and `shuffles` shuffled ones. Shuffle i draws from a generator seeded by
     // (seed, i) alone, and every sum is a whole number, so the result does not depend on
-    // `threads` (0: one per core). Nothing when cancelled or memory is short; NaN statistics
-    // when there are fewer than two blocks to shuffle or r has no answer.
+    // `threads` (0: one per core; fewer when the workers' orders of many blocks would take much
+    // memory). Nothing when cancelled or memory is short; NaN statistics when there are fewer
+    // than two blocks to shuffle or r has no answer.
     std::optional<SignificanceResult> run(int shuffles, std::uint64_t seed, unsigned threads = 0,
                                           const CancelHook& cancel = {},
                                           const Progress& progress = {}) const;

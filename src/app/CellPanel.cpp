@@ -1,7 +1,12 @@
 #include "app/CellPanel.h"
 
 #include <QGridLayout>
+#include <QHBoxLayout>
 #include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+
+#include "app/ShuffleRun.h"
 
 namespace pv::app {
 
@@ -14,7 +19,10 @@ constexpr int kPairsPerLine = 4;
 CellPanel::CellPanel(QWidget* parent)
     : QWidget(parent),
       grid_(new QGridLayout(this)),
-      hint_(new QLabel(tr("Click inside a cell to see its results."), this)) {
+      hint_(new QLabel(tr("Click inside a cell to see its results."), this)),
+      progress_(new QProgressBar(this)),
+      cancel_(new QPushButton(tr("Cancel"), this)),
+      run_(new ShuffleRun(progress_, this)) {
     setObjectName("cellPanel");
     setAccessibleName(tr("Cell results"));
     hint_->setObjectName("cellHint");
@@ -22,7 +30,30 @@ CellPanel::CellPanel(QWidget* parent)
     grid_->setHorizontalSpacing(8);
     grid_->addWidget(hint_, 0, 0, 1, 2 * kPairsPerLine);
     grid_->setColumnStretch(2 * kPairsPerLine, 1);  // the pairs keep to the left
+    // The test's row stays at the bottom, however many rows the cell has.
+    auto* testRow = new QHBoxLayout;
+    progress_->setObjectName("cellTestProgress");
+    progress_->setAccessibleName(tr("Cell significance test progress"));
+    progress_->setFormat(tr("%v of %m shuffles"));
+    cancel_->setObjectName("cancelCellTestButton");
+    cancel_->setAccessibleName(tr("Cancel the cell's significance test"));
+    testRow->addWidget(progress_, 1);
+    testRow->addWidget(cancel_);
+    grid_->addLayout(testRow, 100, 0, 1, 2 * kPairsPerLine);
+    connect(cancel_, &QPushButton::clicked, run_, &ShuffleRun::cancel);
+    connect(run_, &ShuffleRun::ended, this, &CellPanel::updateTestControls);
+    updateTestControls();
     hide();
+}
+
+void CellPanel::startTest(BlockShuffleTest test, int shuffles, std::uint64_t seed) {
+    run_->start(std::move(test), shuffles, seed);
+    updateTestControls();
+}
+
+void CellPanel::updateTestControls() {
+    progress_->setVisible(run_->running());
+    cancel_->setVisible(run_->running());
 }
 
 void CellPanel::showRows(const std::vector<std::pair<std::string, std::string>>& rows) {
@@ -42,6 +73,7 @@ void CellPanel::showRows(const std::vector<std::pair<std::string, std::string>>&
         grid_->addWidget(value, line, column + 1);
         rows_.emplace_back(name, value);
     }
+    updateTestControls();
 }
 
 QString CellPanel::value(const QString& name) const {

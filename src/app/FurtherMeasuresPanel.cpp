@@ -9,12 +9,11 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSpinBox>
-#include <QTimer>
 #include <QTreeWidget>
 #include <QVBoxLayout>
-#include <QtConcurrent/QtConcurrentRun>
 
 #include "app/ScatterGramWidget.h"
+#include "app/ShuffleRun.h"
 
 namespace pv::app {
 
@@ -59,7 +58,7 @@ FurtherMeasuresPanel::FurtherMeasuresPanel(PixmeraVeltroController& controller,
       progress_(new QProgressBar(this)),
       cancel_(new QPushButton(tr("Ca&ncel"), this)),
       results_(new QTreeWidget(this)),
-      progressTimer_(new QTimer(this)) {
+      run_(new ShuffleRun(progress_, this)) {
     setObjectName("furtherMeasuresBox");
     auto* layout = new QGridLayout(this);
     // Tight rows keep the panel low enough for a 768-pixel screen. A grid whose spacings differ
@@ -151,22 +150,13 @@ FurtherMeasuresPanel::FurtherMeasuresPanel(PixmeraVeltroController& controller,
     connect(calculate_, &QPushButton::clicked, this, &FurtherMeasuresPanel::calculate);
     connect(applyCostes_, &QPushButton::clicked, this,
             [this] { controller_.applyCostesThresholds(); });
-    connect(cancel_, &QPushButton::clicked, this, &FurtherMeasuresPanel::cancelTest);
-    connect(&watcher_, &QFutureWatcherBase::finished, this, &FurtherMeasuresPanel::testEnded);
-    connect(progressTimer_, &QTimer::timeout, this, [this] {
-        if (running_) {
-            progress_->setValue(running_->done.load());
-        }
-    });
+    connect(cancel_, &QPushButton::clicked, run_, &ShuffleRun::cancel);
+    connect(run_, &ShuffleRun::ended, this, &FurtherMeasuresPanel::testEnded);
     updateControls();
 }
 
-FurtherMeasuresPanel::~FurtherMeasuresPanel() {
-    if (running_) {
-        running_->cancelled = true;
-        watcher_.disconnect(this);
-        watcher_.waitForFinished();
-    }
+bool FurtherMeasuresPanel::testRunning() const {
+    return run_->running();
 }
 
 QList<QWidget*> FurtherMeasuresPanel::tabOrder() const {
@@ -209,40 +199,23 @@ void FurtherMeasuresPanel::startTest(const MeasureRequest& r) {
         emit calculationEnded();
         return;
     }
-    running_ = std::make_shared<Running>();
-    running_->request = r;
-    running_->generation = controller_.analysisGeneration();
-    progress_->setRange(0, r.shuffles);
-    progress_->setValue(0);
-    progressTimer_->start(100);
+    runRequest_ = r;
+    runGeneration_ = controller_.analysisGeneration();
     const bool keys = calculate_->hasFocus();  // the keyboard stays with the panel
+    run_->start(std::move(*test), r.shuffles, r.seed);
     updateControls();
     if (keys) {
         cancel_->setFocus();
     }
-    auto shared = std::make_shared<BlockShuffleTest>(std::move(*test));
-    watcher_.setFuture(QtConcurrent::run([shared, running = running_] {
-        const MeasureRequest& q = running->request;
-        return shared->run(
-            q.shuffles, q.seed, 0, [&running] { return running->cancelled.load(); },
-            [&running](int done) {
-                // Workers finish shuffles out of order; the bar only moves forward.
-                int seen = running->done.load();
-                while (done > seen && !running->done.compare_exchange_weak(seen, done)) {
-                }
-            });
-    }));
 }
 
-void FurtherMeasuresPanel::testEnded() {
-    const std::shared_ptr<Running> ended = std::move(running_);
+void FurtherMeasuresPanel::testEnded(const std::optional<SignificanceResult>& result,
+                                     bool cancelled) {
     const bool keys = cancel_->hasFocus();
-    progressTimer_->stop();
-    const Outcome outcome = watcher_.result();
-    if (!ended->cancelled) {
-        if (outcome) {
+    if (!cancelled) {
+        if (result) {
             // Dropped by the controller when the analysis has started over since.
-            controller_.takeFurtherMeasures(ended->request, outcome, ended->generation);
+            controller_.takeFurtherMeasures(runRequest_, result, runGeneration_);
         } else {
             emit failed(tr("Further Measures"),
                         toQString(controller_.significanceMemoryError().message()));
@@ -255,16 +228,10 @@ void FurtherMeasuresPanel::testEnded() {
     emit calculationEnded();
 }
 
-void FurtherMeasuresPanel::cancelTest() {
-    if (running_) {
-        running_->cancelled = true;
-    }
-}
-
 void FurtherMeasuresPanel::refresh() {
     // A test of a picture, pair or mask no longer analysed has nothing left to say.
-    if (running_ && running_->generation != controller_.analysisGeneration()) {
-        cancelTest();
+    if (run_->running() && runGeneration_ != controller_.analysisGeneration()) {
+        run_->cancel();
     }
     results_->clear();
     for (const ResultLine& line : controller_.fields().furtherMeasures) {
@@ -279,7 +246,7 @@ void FurtherMeasuresPanel::refresh() {
 }
 
 void FurtherMeasuresPanel::updateControls() {
-    const bool idle = running_ == nullptr;
+    const bool idle = !run_->running();
     for (QWidget* w : {static_cast<QWidget*>(spearman_), static_cast<QWidget*>(kendall_),
                        static_cast<QWidget*>(icq_), static_cast<QWidget*>(costes_),
                        static_cast<QWidget*>(significance_)}) {

@@ -1,10 +1,7 @@
 #pragma once
 
-#include <QFutureWatcher>
 #include <QGroupBox>
-#include <atomic>
 #include <cstdint>
-#include <memory>
 #include <optional>
 
 #include "controller/PixmeraVeltroController.h"
@@ -14,12 +11,12 @@ class QLabel;
 class QProgressBar;
 class QPushButton;
 class QSpinBox;
-class QTimer;
 class QTreeWidget;
 
 namespace pv::app {
 
 class ScatterGramWidget;
+class ShuffleRun;
 
 // The further measures beside the coefficients: what to calculate, its own Calculate, the
 // results as the report gives them, and Apply Costes Thresholds. The significance test runs on
@@ -31,12 +28,10 @@ class FurtherMeasuresPanel : public QGroupBox {
   public:
     FurtherMeasuresPanel(PixmeraVeltroController& controller, ScatterGramWidget& scatterGram,
                          QWidget* parent);
-    // A test still running is cancelled and waited for: it must not outlive its window.
-    ~FurtherMeasuresPanel() override;
 
     // The controller's state changed (once an action): the results, the lines, the buttons.
     void refresh();
-    bool testRunning() const { return running_ != nullptr; }
+    bool testRunning() const;
     // The controls in the order Tab goes through them.
     QList<QWidget*> tabOrder() const;
 
@@ -47,20 +42,10 @@ class FurtherMeasuresPanel : public QGroupBox {
     void calculationEnded();
 
   private:
-    // What one significance test shares with its worker.
-    struct Running {
-        MeasureRequest request;
-        std::uint64_t generation = 0;
-        std::atomic<bool> cancelled{false};
-        std::atomic<int> done{0};
-    };
-    using Outcome = std::optional<SignificanceResult>;
-
     MeasureRequest request() const;
     void calculate();
     void startTest(const MeasureRequest& request);
-    void testEnded();
-    void cancelTest();
+    void testEnded(const std::optional<SignificanceResult>& result, bool cancelled);
     void updateControls();
 
     PixmeraVeltroController& controller_;
@@ -79,9 +64,9 @@ class FurtherMeasuresPanel : public QGroupBox {
     QPushButton* cancel_;
     QTreeWidget* results_;
     QLabel* emptyHint_ = nullptr;
-    QTimer* progressTimer_;
-    QFutureWatcher<Outcome> watcher_;
-    std::shared_ptr<Running> running_;  // the test under way, if any
+    ShuffleRun* run_;
+    MeasureRequest runRequest_;        // of the test under way
+    std::uint64_t runGeneration_ = 0;  // the analysis it tests
 };
 
 }  // namespace pv::app

@@ -11,6 +11,7 @@
 #include "app/CellPanel.h"
 #include "app/ImageView.h"
 #include "app/OpenChannelsDialog.h"
+#include "app/ShuffleRun.h"
 #include "app/StackBar.h"
 #include "controller/InputMenus.h"
 #include "ui_MainWindow.h"
@@ -52,6 +53,7 @@ Inputs::Inputs(PixmeraVeltroController& controller, Ui::MainWindow& ui, QWidget*
     cellPanel_ = new CellPanel(column);
     layout->addWidget(stackBar_);
     layout->addWidget(cellPanel_);
+    connect(&cellPanel_->test(), &ShuffleRun::ended, this, &Inputs::cellTestEnded);
 
     // A step that fails says why; the bar goes back to what is shown.
     const auto stepOrSay = [this](const std::function<Status()>& act) {
@@ -178,9 +180,46 @@ void Inputs::showCell(int x, int y) {
     }
     markCell(cellShown_, kCell);
     cellShown_ = labels_.labelAt(x, y);
+    labels_.chose(cellShown_);
     markCell(cellShown_, kChosenCell);
     ui_.roiPreview->setOutline(outline_);
+    showCellRows();
+}
+
+void Inputs::showCellRows() {
     cellPanel_->showRows(labels_.cellRows(cellShown_));
+    ShuffleRun& test = cellPanel_->test();
+    if (test.running()) {
+        // Another cell chosen, or results worked out again: the test has nothing left to say.
+        if (cellTested_ != cellShown_ || cellTestStamp_ != labels_.stamp()) {
+            test.cancel();
+        }
+        return;  // the next test starts when this one has ended
+    }
+    if (!labels_.testDue(cellShown_)) {
+        return;
+    }
+    Result<BlockShuffleTest> made = labels_.significanceTest(cellShown_);
+    if (!made) {
+        labels_.takeSignificance(cellShown_, labels_.stamp(), std::nullopt);
+        emit failed(tr("Cell"), QString::fromStdString(made.error().message()));
+        return;
+    }
+    cellTested_ = cellShown_;
+    cellTestStamp_ = labels_.stamp();
+    const MeasureRequest& asked = controller_.furtherMeasures()->asked;  // due only with one
+    cellPanel_->startTest(std::move(*made), asked.shuffles, asked.seed);
+}
+
+void Inputs::cellTestEnded(const std::optional<SignificanceResult>& result, bool cancelled) {
+    labels_.takeSignificance(cellTested_, cellTestStamp_, result);
+    if (!result && !cancelled) {
+        emit failed(tr("Cell"),
+                    QString::fromStdString(controller_.significanceMemoryError().message()));
+    }
+    if (labels_.shown()) {
+        showCellRows();
+    }
 }
 
 void Inputs::refresh() {
@@ -199,9 +238,10 @@ void Inputs::refresh() {
     stackBar_->showState(stack_);
     cellPanel_->setVisible(labels_.shown());
     if (labels_.shown()) {
-        cellPanel_->showRows(labels_.cellRows(cellShown_));
+        showCellRows();
     } else {
         cellShown_ = 0;
+        cellPanel_->test().cancel();
     }
     updateOutline();
     updateMenus();

@@ -4,6 +4,7 @@
 #include <QObject>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <tuple>
 
 #include "controller/CellLabels.h"
@@ -62,6 +63,9 @@ class Inputs : public QObject {
     void chooseMask();
     void chooseLabels();
     void showCell(int x, int y);
+    // The chosen cell's rows, its own significance test started when it is due.
+    void showCellRows();
+    void cellTestEnded(const std::optional<SignificanceResult>& result, bool cancelled);
     void updateOutline();
     // Redraws the edges of one cell in the outline with the colour of `index`.
     void markCell(std::uint32_t label, uchar index);
@@ -94,8 +98,10 @@ class Inputs : public QObject {
     // that changes or a new mask or label image comes.
     std::tuple<bool, bool, int, int> outlined_{false, false, 0, 0};
     bool outlineStale_ = false;
-    std::uint32_t cellShown_ = 0;  // the label of the cell in the panel
-    bool stepping_ = false;        // within a step of our own, refreshed at its end
+    std::uint32_t cellShown_ = 0;   // the label of the cell in the panel
+    std::uint32_t cellTested_ = 0;  // the label of the cell whose test runs
+    std::uint64_t cellTestStamp_ = 0;
+    bool stepping_ = false;  // within a step of our own, refreshed at its end
 };
 
 }  // namespace pv::app

@@ -6,6 +6,17 @@
 
 namespace pv {
 
+namespace {
+
+// Every cell's histogram measures; the front end tests the cell it shows, alone.
+CellMeasureOptions withoutTests() {
+    CellMeasureOptions options;
+    options.significance = false;
+    return options;
+}
+
+}  // namespace
+
 std::vector<std::uint8_t> maskOutline(const PixmeraVeltroController& controller) {
     const Bitmap* mask = controller.mask();
     if (mask == nullptr) {
@@ -26,7 +37,7 @@ Status CellLabels::load(const std::string& path) {
     }
     // Worked out now, so that a label image of another size is refused before it replaces one.
     Result<std::vector<PixmeraVeltroController::CellFields>> cells =
-        controller_.cellFields(*read, path);
+        controller_.cellFields(*read, path, true, withoutTests());
     if (!cells) {
         return Status(cells.error());
     }
@@ -36,6 +47,7 @@ Status CellLabels::load(const std::string& path) {
     stackPath_ = stack_.active() ? stack_.path() : std::string();
     cells_ = std::move(cells).value();
     basis_ = basis();
+    restamp();
     const LabelImage::Labels& v = labels_.labels;
     const auto wide = std::size_t(labels_.wide);
     outline_ = outlineOf(labels_.wide, labels_.high,
@@ -51,6 +63,13 @@ void CellLabels::clear() {
     outline_.clear();
     cells_.clear();
     basis_ = {};
+    restamp();
+}
+
+void CellLabels::restamp() {
+    ++stamp_;
+    tested_.clear();
+    untested_ = 0;
 }
 
 bool CellLabels::shown() const {
@@ -86,10 +105,11 @@ const PixmeraVeltroController::CellFields* CellLabels::cell(std::uint32_t label)
     }
     if (!current()) {
         Result<std::vector<PixmeraVeltroController::CellFields>> cells =
-            controller_.cellFields(labels_, path_);
+            controller_.cellFields(labels_, path_, true, withoutTests());
         cells_ =
             cells ? std::move(cells).value() : std::vector<PixmeraVeltroController::CellFields>{};
         basis_ = basis();
+        restamp();
     }
     const auto at = std::lower_bound(
         cells_.begin(), cells_.end(), label,
@@ -130,7 +150,48 @@ std::vector<std::pair<std::string, std::string>> CellLabels::cellRows(std::uint3
         rows.push_back({"M1", f.coefficient_M1});
         rows.push_back({"M2", f.coefficient_M2});
     }
+    std::vector<ResultLine> further = f.furtherMeasures;
+    if (const auto tested = tested_.find(label); tested != tested_.end()) {
+        FurtherMeasureResults test;
+        test.asked.significance = true;
+        test.significance = tested->second;
+        for (ResultLine& line : furtherMeasureLines(test)) {
+            further.push_back(std::move(line));
+        }
+    }
+    for (ResultLine& line : further) {
+        rows.push_back({std::move(line.name), std::move(line.value)});
+    }
     return rows;
+}
+
+bool CellLabels::testDue(std::uint32_t label) {
+    const std::optional<FurtherMeasureResults>& picture = controller_.furtherMeasures();
+    return cell(label) != nullptr && picture && picture->asked.significance &&
+           !tested_.contains(label) && untested_ != label;
+}
+
+Result<BlockShuffleTest> CellLabels::significanceTest(std::uint32_t label) {
+    return controller_.cellSignificanceTest(labels_, label, path_);
+}
+
+bool CellLabels::takeSignificance(std::uint32_t label, std::uint64_t stamp,
+                                  const std::optional<SignificanceResult>& result) {
+    if (stamp != stamp_ || !current()) {
+        return false;
+    }
+    if (result) {
+        tested_[label] = *result;
+    } else {
+        untested_ = label;
+    }
+    return true;
+}
+
+void CellLabels::chose(std::uint32_t label) {
+    if (untested_ == label) {
+        untested_ = 0;
+    }
 }
 
 }  // namespace pv

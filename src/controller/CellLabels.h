@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -63,8 +65,25 @@ class CellLabels {
     // The cell's results; null for the background or a label that holds no pixel (inside the
     // mask).
     const PixmeraVeltroController::CellFields* cell(std::uint32_t label);
-    // The rows a panel shows of the cell: name and value.
+    // The rows a panel shows of the cell: name and value. Once the picture's further measures
+    // are calculated, the cell's follow: those of its histogram at once, the significance test's
+    // once its result has been taken.
     std::vector<std::pair<std::string, std::string>> cellRows(std::uint32_t label);
+
+    // The cell's own significance test, for a front end to run off its event loop with the
+    // shuffles and seed of the picture's further measures. Due when those hold a test, and the
+    // cell has neither a result nor a test that ended without one since it was chosen.
+    bool testDue(std::uint32_t label);
+    Result<BlockShuffleTest> significanceTest(std::uint32_t label);
+    // How the test of the cell made at stamp() ended: with a result, kept for the cell, or
+    // without (cancelled, memory short). False, and nothing kept, when the cells' results have
+    // been worked out again since.
+    bool takeSignificance(std::uint32_t label, std::uint64_t stamp,
+                          const std::optional<SignificanceResult>& result);
+    // The user chose the cell (again): a test that ended without a result may run again.
+    void chose(std::uint32_t label);
+    // Changes whenever the cells' results are worked out again.
+    std::uint64_t stamp() const { return stamp_; }
 
   private:
     PixmeraVeltroController& controller_;
@@ -83,7 +102,12 @@ class CellLabels {
     };
     Basis basis() const;
     bool current() const;
+    // Starts over the results of the cells' own tests.
+    void restamp();
     Basis basis_;
+    std::uint64_t stamp_ = 0;
+    std::map<std::uint32_t, SignificanceResult> tested_;  // of the cells' own tests
+    std::uint32_t untested_ = 0;  // the cell whose test ended without a result
 };
 
 }  // namespace pv

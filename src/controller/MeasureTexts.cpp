@@ -1,7 +1,5 @@
 #include "controller/MeasureTexts.h"
 
-#include <cmath>
-
 #include "controller/ResultTexts.h"
 #include "core/Localization.h"
 
@@ -9,9 +7,8 @@ namespace pv {
 
 namespace {
 
-// NaN prints without a sign, whatever arithmetic made it.
 std::string valueText(double v) {
-    return std::isnan(v) ? std::string("nan") : printfText("%0.4f", v);
+    return numberText("%0.4f", v);
 }
 
 std::string countText(std::optional<int> v) {
@@ -21,6 +18,10 @@ std::string countText(std::optional<int> v) {
 }  // namespace
 
 FurtherMeasureResults histogramMeasures(const MeasureRequest& request, const JointCounts& counts) {
+    return histogramMeasures(request, pairCountsOf(counts));
+}
+
+FurtherMeasureResults histogramMeasures(const MeasureRequest& request, PairCounts counts) {
     FurtherMeasureResults r;
     r.asked = request;
     r.spearman = request.spearman ? spearmansRho(counts) : 0.0;

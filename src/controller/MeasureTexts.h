@@ -38,6 +38,7 @@ struct FurtherMeasureResults {
 // The measures of the picture's joint counts that the request asks for; the significance
 // result is left to whoever runs the test.
 FurtherMeasureResults histogramMeasures(const MeasureRequest& request, const JointCounts& counts);
+FurtherMeasureResults histogramMeasures(const MeasureRequest& request, PairCounts counts);
 
 // The names of the lines the request gives, in report order (also the batch table's headers).
 std::vector<std::string> furtherMeasureNames(const MeasureRequest& request);

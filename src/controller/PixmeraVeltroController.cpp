@@ -230,14 +230,24 @@ Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController
     return cellFields(*labels, labelPath, withFurtherMeasures);
 }
 
-Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController::cellFields(
-    const LabelImage& labels, const std::string& labelPath, bool withFurtherMeasures) {
+Status PixmeraVeltroController::labelsFit(const LabelImage& labels,
+                                          const std::string& labelPath) const {
     const Picture& picture = image_.currentDisplayedImage();
     if (labels.wide != picture.pixelsWide() || labels.high != picture.pixelsHigh()) {
-        return Error{labelPath, tr("the label image is %1 x %2 pixels but the picture is %3 x %4",
-                                   {std::to_string(labels.wide), std::to_string(labels.high),
-                                    std::to_string(picture.pixelsWide()),
-                                    std::to_string(picture.pixelsHigh())})};
+        return Status(Error{
+            labelPath,
+            tr("the label image is %1 x %2 pixels but the picture is %3 x %4",
+               {std::to_string(labels.wide), std::to_string(labels.high),
+                std::to_string(picture.pixelsWide()), std::to_string(picture.pixelsHigh())})});
+    }
+    return Status();
+}
+
+Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController::cellFields(
+    const LabelImage& labels, const std::string& labelPath, bool withFurtherMeasures,
+    const CellMeasureOptions& options) {
+    if (const Status fits = labelsFit(labels, labelPath); !fits) {
+        return fits.error();
     }
     const RegionSelection region = currentRegionSelection();
     const MaskView mask = maskView();
@@ -261,7 +271,7 @@ Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController
         }
         Result<std::vector<FurtherMeasureResults>> measures =
             cellFurtherMeasures(*further_, image_.channels(), labels, numbers, analysis_.rgbCombo,
-                                mask, labelPath, analysisThreads_);
+                                mask, labelPath, analysisThreads_, options);
         if (!measures) {
             return measures.error();
         }
@@ -270,6 +280,27 @@ Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController
         }
     }
     return cells;
+}
+
+Result<BlockShuffleTest> PixmeraVeltroController::cellSignificanceTest(
+    const LabelImage& labels, std::uint32_t label, const std::string& labelPath) {
+    if (!further_ || !further_->asked.significance) {
+        return Error{labelPath, tr("There is no significance test to repeat for the cell.")};
+    }
+    if (const Status fits = labelsFit(labels, labelPath); !fits) {
+        return fits.error();
+    }
+    const MaskView mask = maskView();
+    const std::vector<CellBox> boxes = cellBoxes(image_.channels(), labels, mask);
+    std::optional<BlockShuffleTest> test =
+        label < boxes.size()
+            ? cellShuffleTest(image_.channels(), labels, label, boxes[label], analysis_.rgbCombo,
+                              mask, further_->significance.psfSize)
+            : std::nullopt;
+    if (!test) {
+        return Error{labelPath, tr("There is not enough memory for the cells' further measures.")};
+    }
+    return std::move(*test);
 }
 
 void PixmeraVeltroController::clearMask() {
@@ -408,12 +439,23 @@ void PixmeraVeltroController::calculateScatterGram() {
 
 Result<Picture> PixmeraVeltroController::stackSlice(std::size_t i) {
     // The first slice is the picture under analysis, corrected already.
+    const Picture& first = image_.currentDisplayedImage();
     if (i == 0) {
-        return image_.currentDisplayedImage();
+        return first;
     }
     const ChannelPair pair = channelPairFor(analysis_.rgbCombo);
     Result<Picture> next = readChannelPair(stack_[i].first, stack_[i].second,
                                            {int(pair.y), int(pair.x), true}, readOptions_);
+    // Every slice is read against the first one's mask, and pooled pixel by pixel with it.
+    if (next &&
+        (next->pixelsWide() != first.pixelsWide() || next->pixelsHigh() != first.pixelsHigh())) {
+        return Error{stack_[i].first.path,
+                     tr("slice %1 is %2 x %3 pixels but slice 1 is %4 x %5: the slices of a "
+                        "pooled stack must be the same size",
+                        {std::to_string(i + 1), std::to_string(next->pixelsWide()),
+                         std::to_string(next->pixelsHigh()), std::to_string(first.pixelsWide()),
+                         std::to_string(first.pixelsHigh())})};
+    }
     if (!next || corrections_.empty()) {
         return next;
     }
@@ -674,6 +716,25 @@ Result<BlockShuffleTest> PixmeraVeltroController::significanceTest(const Measure
     BlockShuffleTest test(side);
     const MaskView mask = maskView();
     const std::size_t slices = std::max<std::size_t>(stack_.size(), 1);
+    const auto blocksAt = [&](int s) {
+        return BlockShuffleTest(s).blocksIn(first.pixelsWide(), first.pixelsHigh()) * slices;
+    };
+    if (const std::uint64_t blocks = blocksAt(test.blockSize());
+        blocks > BlockShuffleTest::kMostBlocks) {
+        int fits = test.blockSize();
+        while (blocksAt(fits) > BlockShuffleTest::kMostBlocks && fits < 128) {
+            ++fits;
+        }
+        const std::string remedy =
+            blocksAt(fits) > BlockShuffleTest::kMostBlocks
+                ? tr("the picture is too large for the test")
+                : tr("give a PSF size of at least %1 pixels", {std::to_string(fits)});
+        return Error{image_.imageFileInfo.filePath.value_or(""),
+                     tr("the significance test would shuffle %1 blocks of %2 x %2 pixels, more "
+                        "than its limit of %3: %4",
+                        {std::to_string(blocks), std::to_string(test.blockSize()),
+                         std::to_string(BlockShuffleTest::kMostBlocks), remedy})};
+    }
     for (std::size_t i = 0; i < slices; ++i) {
         Result<Picture> read = stack_.empty() ? Result<Picture>(first) : stackSlice(i);
         if (!read) {

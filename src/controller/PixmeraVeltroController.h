@@ -9,6 +9,7 @@
 #include "analysis/RegionCensus.h"
 #include "background/BackgroundCorrection.h"
 #include "controller/Cautions.h"
+#include "controller/CellMeasures.h"
 #include "controller/ControllerPort.h"
 #include "controller/MeasureTexts.h"
 #include "controller/Preferences.h"
@@ -101,7 +102,8 @@ class PixmeraVeltroController : public PixmeraController {
     // The slices of a stack as one population: each slice's pair (read as openChannelFiles reads
     // it, corrected as the picture is) counted into one histogram, so that the census, sums,
     // scatter gram, coefficients and region speak of every voxel; the first slice is the picture
-    // shown. Slices are read one at a time. A slice that cannot be read fails it all, named.
+    // shown. Slices are read one at a time. A slice that cannot be read, or is not the first
+    // one's size, fails it all, named.
     using SlicePair = std::pair<ChannelSource, ChannelSource>;
     Status openStack(const std::vector<SlicePair>& slices);
     // Only the pixels where the mask file is not 0 (in any channel) are analysed from now on:
@@ -112,7 +114,9 @@ class PixmeraVeltroController : public PixmeraController {
     // One byte a pixel, 0 outside; nothing without a mask.
     const Bitmap* mask() const { return mask_ ? &*mask_ : nullptr; }
     MaskView maskView() const {
-        return mask_ ? MaskView{mask_->bitmapData(), mask_->bytesPerRow()} : MaskView{};
+        return mask_ ? MaskView{mask_->bitmapData(), mask_->bytesPerRow(), mask_->pixelsWide(),
+                                mask_->pixelsHigh()}
+                     : MaskView{};
     }
     // The result fields of each cell of a label image of the picture's size, as the fields of a
     // picture of only that cell's pixels would read after the actions taken so far (the pair,
@@ -123,13 +127,22 @@ class PixmeraVeltroController : public PixmeraController {
         ResultFields fields;
     };
     // With withFurtherMeasures, the further measures calculated so far are worked out for
-    // each cell too, over its pixels (those of the significance test over its bounding box).
+    // each cell too, over its pixels (those of the significance test over its bounding box),
+    // as cellFurtherMeasures does with the options.
     Result<std::vector<CellFields>> cellFields(const std::string& labelPath,
                                                bool withFurtherMeasures = false);
     // The same of labels already read from labelPath, for front ends that keep them.
     Result<std::vector<CellFields>> cellFields(const LabelImage& labels,
                                                const std::string& labelPath,
-                                               bool withFurtherMeasures = false);
+                                               bool withFurtherMeasures = false,
+                                               const CellMeasureOptions& options = {});
+    // For front ends that test the cell they show off their event loop: the significance test
+    // of one cell as cellFields runs it, with its own copy of the cell's box, to run on any
+    // thread with the shuffles and seed of furtherMeasures(). Fails, naming labelPath, when
+    // the further measures hold no test, the labels are not the picture's size or memory is
+    // short.
+    Result<BlockShuffleTest> cellSignificanceTest(const LabelImage& labels, std::uint32_t label,
+                                                  const std::string& labelPath);
     // The same with the file already read (readImageFile may run on another thread; this must
     // not): for front ends that keep reading a large file off their event loop.
     Status openReadPicture(const std::string& path, Result<Picture> read);
@@ -178,6 +191,8 @@ class PixmeraVeltroController : public PixmeraController {
                              std::optional<std::uint64_t> madeIn = std::nullopt);
     // What a test that ended without a result, though not cancelled, says: memory was short.
     Error significanceMemoryError() const;
+    // The test shuffles at most BlockShuffleTest::kMostBlocks blocks; beyond, it is refused
+    // with the number and the smallest PSF size that fits.
     // Changes whenever the analysis starts over (new picture, pair, correction or mask).
     std::uint64_t analysisGeneration() const { return analysisGeneration_; }
     const std::optional<FurtherMeasureResults>& furtherMeasures() const { return further_; }
@@ -294,8 +309,11 @@ class PixmeraVeltroController : public PixmeraController {
     void calculateScatterGram();
     // The pooled pass over the stack's slices into one histogram.
     void countStack(const MaskView& mask);
-    // Slice i of the pooled stack as analysed: read again and corrected as the picture was.
+    // Slice i of the pooled stack as analysed: read again and corrected as the picture was, and
+    // refused, naming both sizes, when it is not the first slice's size.
     Result<Picture> stackSlice(std::size_t i);
+    // Refuses labels that are not the picture's size, naming both sizes.
+    Status labelsFit(const LabelImage& labels, const std::string& labelPath) const;
     void setROIPixelInfo(bool enabled);
     void clearCoefficientsTextResults();
     void drawEmptyScatterGram();

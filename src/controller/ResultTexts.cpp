@@ -1,5 +1,6 @@
 #include "controller/ResultTexts.h"
 
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 
@@ -27,16 +28,20 @@ std::string printfText(const char* fmt, ...) {
     return text;
 }
 
+std::string numberText(const char* fmt, double value) {
+    return std::isnan(value) ? std::string("nan") : printfText(fmt, value);
+}
+
 namespace {
 
 std::string coefficientText(double value, bool ticked) {
-    return ticked ? printfText("%0.4f", value) : std::string("ND");
+    return ticked ? numberText("%0.4f", value) : std::string("ND");
 }
 
 std::string percentText(std::int32_t count, std::int32_t total) {
     // The quotient is single precision, widened before scaling: the texts depend on it.
     const float quotient = float(count) / float(total);
-    return printfText("%.2f", double(quotient) * 100.0);
+    return numberText("%.2f", double(quotient) * 100.0);
 }
 
 struct CountTexts {
@@ -116,8 +121,8 @@ ResultFields resultFields(const AnalysisState& results, const FieldsShown& shown
         f.coefficient_m2 = coefficientText(c.overlap_m2, boxes->checkbox_m1);
     }
     if (shown.roiCoefficients) {
-        f.coefficient_M1 = printfText("%0.4f", results.roiCoefficients.colocalization_M1);
-        f.coefficient_M2 = printfText("%0.4f", results.roiCoefficients.colocalization_M2);
+        f.coefficient_M1 = numberText("%0.4f", results.roiCoefficients.colocalization_M1);
+        f.coefficient_M2 = numberText("%0.4f", results.roiCoefficients.colocalization_M2);
     }
     return f;
 }

@@ -40,9 +40,13 @@ PairLabels pairLabels(RGBCombo combo);
 // printf into a string of whatever length it needs.
 std::string printfText(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 
+// A number as printf gives it with a format of one double, except that NaN, whatever
+// arithmetic made it, reads "nan": printf would give "-nan" for 0 / 0.
+std::string numberText(const char* fmt, double value);
+
 // Every result field's text, from the results and what is shown: counts "%d", percentages
 // "%.2f" of the single-precision quotient, coefficients "%0.4f" or "ND" for an unticked box.
-// NaN and infinity read as printf gives them.
+// Undefined values read "nan", infinity as printf gives it.
 ResultFields resultFields(const AnalysisState& results, const FieldsShown& shown);
 
 }  // namespace pv

@@ -70,12 +70,20 @@ using ChannelView = BasicChannelView<const std::uint8_t>;
 using WritableChannelView = BasicChannelView<std::uint8_t>;
 
 // Which pixels of a picture are analysed: those whose byte here is not 0. One byte a pixel,
-// rows rowStride apart, of the picture's size; no data means every pixel.
+// rows rowStride apart, width x height; no data means every pixel.
 struct MaskView {
     const std::uint8_t* data = nullptr;
     std::ptrdiff_t rowStride = 0;
+    std::int64_t width = 0;
+    std::int64_t height = 0;
 
     bool isWhole() const { return data == nullptr; }
+    // Whether every pixel of the view has its byte here: a mask of another size would be read
+    // past its end, or against the wrong pixels.
+    template <class Byte>
+    bool fits(const BasicChannelView<Byte>& view) const {
+        return isWhole() || (width == view.width && height == view.height && rowStride >= width);
+    }
 };
 
 }  // namespace pv

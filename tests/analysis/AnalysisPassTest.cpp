@@ -11,9 +11,12 @@
 #include "TestRaster.h"
 #include "analysis/AnalysisPass.h"
 #include "analysis/Coefficients.h"
+#include "analysis/LabelAnalysis.h"
+#include "analysis/LabelMeasures.h"
 #include "analysis/RegionCensus.h"
 #include "analysis/Reveal.h"
 #include "analysis/ScatterGram.h"
+#include "analysis/Significance.h"
 
 namespace pv {
 namespace {
@@ -204,7 +207,8 @@ TEST(AnalysisPass, WholeAndRegionResultsMatchBruteForce) {
                 const bool masked = kind == 5;
                 const Expected e = bruteForce(img, combo, levels, region.selects,
                                               masked ? mask : std::vector<std::uint8_t>{});
-                const MaskView maskView = masked ? MaskView{maskRows.data(), maskRow} : MaskView{};
+                const MaskView maskView =
+                    masked ? MaskView{maskRows.data(), maskRow, img.w, img.h} : MaskView{};
                 for (unsigned threads : {1u, 2u, 3u, 0u}) {
                     SCOPED_TRACE(testing::Message() << "threads " << threads);
                     AnalysisState s;
@@ -301,9 +305,9 @@ TEST(Reveal, PaintsExactlyTheSelectedPixels) {
                 const std::vector<std::uint8_t> expected = revealedBytes(
                     source, region.selects, colour, masked ? mask : std::vector<std::uint8_t>{});
                 for (unsigned threads : {1u, 3u}) {
-                    ASSERT_TRUE(paintReveal(source, reused, RGBCombo(combo), levels,
-                                            region.selection, colour, threads, {},
-                                            masked ? MaskView{mask.data(), 41} : MaskView{}));
+                    ASSERT_TRUE(paintReveal(
+                        source, reused, RGBCombo(combo), levels, region.selection, colour, threads,
+                        {}, masked ? MaskView{mask.data(), 41, 41, 27} : MaskView{}));
                     EXPECT_EQ(test::bytesOf(reused), expected) << threads << " threads";
                 }
             }
@@ -324,6 +328,44 @@ TEST(Reveal, RefusesATargetOfAnotherLayout) {
                                  RegionSelection::singleColor(), {}, 1))
             << layout.name;
         EXPECT_EQ(test::bytesOf(target), before) << layout.name;
+    }
+}
+
+// A mask of another size than the picture, or with rows shorter than the picture's, would be
+// read past its end or against the wrong pixels: every pass that reads a mask refuses it.
+TEST(Mask, EveryPassRefusesOneOfAnotherSize) {
+    std::mt19937 rng(8);
+    const int w = 12, h = 9;
+    const Bitmap picture =
+        test::randomBitmap(test::kBitmapLayouts[0], w, h, rng, [](std::mt19937& g) { return g(); });
+    const ChannelView view = picture.channels();
+    const LabelImage labels{w, h, LabelImage::Labels(std::size_t(w * h), 1)};
+    const std::vector<CellBox> boxes = cellBoxes(view, labels);
+    const std::uint32_t cells[] = {1};
+    std::vector<std::uint8_t> bytes(std::size_t((w + 1) * (h + 1)), 255);
+    for (const auto& [mask, ok] : {std::pair(MaskView{bytes.data(), w - 1, w - 1, h}, false),
+                                   {MaskView{bytes.data(), w, w, h + 1}, false},
+                                   {MaskView{bytes.data(), w - 1, w, h}, false},
+                                   {MaskView{bytes.data(), w, w, h}, true}}) {
+        SCOPED_TRACE(testing::Message()
+                     << mask.width << " x " << mask.height << " rows of " << mask.rowStride);
+        PairHistogram histogram;
+        EXPECT_EQ(countPairs(view, RGBCombo::RedGreen, {}, histogram, 1, {}, mask), ok);
+        EXPECT_EQ(histogram.counts.empty(), !ok);
+        BlockShuffleTest test(2);
+        EXPECT_EQ(test.addPlane(view, RGBCombo::RedGreen, mask), ok);
+        EXPECT_EQ(test.blockCount(), ok ? 24u : 0u);
+        EXPECT_EQ(binsByLabel(view, labels, RGBCombo::RedGreen, mask).bins.size(), ok ? 108u : 0u);
+        EXPECT_EQ(cellBoxes(view, labels, mask).empty(), !ok);
+        EXPECT_EQ(labelSignificance(view, labels, boxes, cells, RGBCombo::RedGreen, mask, 2, 5, 1)
+                      .has_value(),
+                  ok);
+        EXPECT_EQ(analyseLabels(view, labels, RGBCombo::RedGreen, {}, nullptr, mask).empty(), !ok);
+        std::optional<Bitmap> target = picture.copy();
+        ASSERT_TRUE(target);
+        EXPECT_EQ(paintReveal(picture, *target, RGBCombo::RedGreen, {},
+                              RegionSelection::singleColor(), {}, 1, {}, mask),
+                  ok);
     }
 }
 

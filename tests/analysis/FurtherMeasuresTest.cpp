@@ -51,7 +51,7 @@ JointCounts countedThroughPass(const PairPicture& p, RGBCombo combo) {
     const std::span<const std::uint8_t> all(rgb);
     const ChannelView view =
         *ChannelView::over({all, all.subspan(1), all.subspan(2)}, 3, p.w * 3, p.w, p.h);
-    const MaskView mask = p.mask.empty() ? MaskView{} : MaskView{p.mask.data(), p.w};
+    const MaskView mask = p.mask.empty() ? MaskView{} : MaskView{p.mask.data(), p.w, p.w, p.h};
     PairHistogram histogram;
     EXPECT_TRUE(countPairs(view, combo, MinimumLevels{}, histogram, 2, {}, mask));
     return jointCountsOf(histogram);

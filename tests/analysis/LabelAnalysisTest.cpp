@@ -99,9 +99,9 @@ TEST(LabelAnalysis, EachCellAsAPictureOfItsOwnPixels) {
                          {std::pair<unsigned, const RegionSelection&>(1u, regions[0]),
                           {3u, regions[0]},
                           {1u, regions[1]}}) {
-                        const auto cells =
-                            analyseLabels(view, labels, RGBCombo(combo), levels, &region,
-                                          masked ? MaskView{mask.data(), w} : MaskView{}, threads);
+                        const auto cells = analyseLabels(
+                            view, labels, RGBCombo(combo), levels, &region,
+                            masked ? MaskView{mask.data(), w, w, h} : MaskView{}, threads);
                         ASSERT_EQ(cells.size(), pixels.size());
                         auto expected = pixels.begin();
                         for (const LabelResult& cell : cells) {

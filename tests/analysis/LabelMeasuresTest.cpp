@@ -47,8 +47,8 @@ std::map<std::uint32_t, std::vector<std::uint16_t>> bruteBins(
     return cells;
 }
 
-// Every cell's bins, and its joint counts as a measure sees them (the histogram shared with
-// the cells before it left clean), for any layout, pair, mask and number of threads.
+// Every cell's bins, and its pairs as a measure sees them (the histogram shared with the cells
+// before it left clean), for any layout, pair, mask and number of threads.
 TEST(LabelMeasures, EachCellGetsExactlyItsOwnPixels) {
     std::mt19937 rng(11);
     const int w = 37, h = 31;
@@ -74,7 +74,7 @@ TEST(LabelMeasures, EachCellGetsExactlyItsOwnPixels) {
                                  << combo << " threads " << threads);
                     const LabelBins bins =
                         binsByLabel(img.view(), labels, RGBCombo(combo),
-                                    masked ? MaskView{mask.data(), w} : MaskView{}, threads);
+                                    masked ? MaskView{mask.data(), w, w, h} : MaskView{}, threads);
                     std::size_t total = 0;
                     for (const auto& [label, want] : expected) {
                         const auto got = bins.of(label);
@@ -90,12 +90,18 @@ TEST(LabelMeasures, EachCellGetsExactlyItsOwnPixels) {
                     std::vector<int> seen(cells.size(), 0);
                     forEachLabelCounts(
                         bins, cells,
-                        [&](std::size_t i, const JointCounts& counts) {
-                            JointCounts want{};
+                        [&](std::size_t i, PairCounts pairs) {
+                            std::map<std::uint16_t, std::uint64_t> want, got;
                             for (std::uint16_t b : expected.at(cells[i])) {
                                 ++want[b];
                             }
-                            EXPECT_TRUE(counts == want) << "label " << cells[i];
+                            std::uint16_t last = 0;
+                            for (const PairCount& p : pairs) {
+                                EXPECT_TRUE(got.empty() || p.bin > last) << "in order";
+                                last = p.bin;
+                                got[p.bin] += p.count;
+                            }
+                            EXPECT_EQ(got, want) << "label " << cells[i];
                             ++seen[i];
                         },
                         threads);
@@ -114,8 +120,11 @@ TEST(LabelMeasures, SignificanceOfCellsIsTheSameOnAnyNumberOfThreads) {
     const test::Raster img =
         test::randomRaster(Layout::MeshedRGB, w, h, rng, [](std::mt19937& g) { return g() % 256; });
     const std::vector<std::uint32_t> cells = {1, 4, 7, 11, 65535};
-    const auto one = labelSignificance(img.view(), labels, cells, RGBCombo(0), {}, 2, 30, 9, 1);
-    const auto three = labelSignificance(img.view(), labels, cells, RGBCombo(0), {}, 2, 30, 9, 3);
+    const std::vector<CellBox> boxes = cellBoxes(img.view(), labels);
+    const auto one =
+        labelSignificance(img.view(), labels, boxes, cells, RGBCombo(0), {}, 2, 30, 9, 1);
+    const auto three =
+        labelSignificance(img.view(), labels, boxes, cells, RGBCombo(0), {}, 2, 30, 9, 3);
     ASSERT_TRUE(one && three);
     // Bit for bit, NaN included.
     const auto numbers = [](const SignificanceResult& s) {

@@ -26,7 +26,7 @@ struct Pair {
         const std::span<const std::uint8_t> all(rgb);
         return *ChannelView::over({all, all.subspan(1), all.subspan(2)}, 3, w * 3, w, h);
     }
-    MaskView maskView() const { return mask.empty() ? MaskView{} : MaskView{mask.data(), w}; }
+    MaskView maskView() const { return mask.empty() ? MaskView{} : MaskView{mask.data(), w, w, h}; }
 };
 
 BlockShuffleTest testOf(const Pair& p, int side) {
@@ -195,6 +195,23 @@ TEST(Significance, PsfSizeIsTheWidthOfTheStructure) {
     const Pair flat{32, 32, std::vector<int>(32 * 32, 50), std::vector<int>(32 * 32, 0), {}};
     std::vector<std::uint8_t> rgb;
     EXPECT_EQ(estimatePsfSize(flat.view(rgb), 0), 1);
+}
+
+// Planes the test cannot pool are refused and leave it as it was: one of another size than the
+// first, and one whose blocks pass the limit, before a pixel of it is read. The limit still
+// takes a 100-megapixel picture at a 3-pixel PSF.
+TEST(Significance, RefusesPlanesItCannotPool) {
+    std::mt19937 rng(3);
+    BlockShuffleTest test = testOf(noise(8, 6, rng, false), 2);
+    ASSERT_EQ(test.blockCount(), 12u);
+    std::vector<std::uint8_t> rgb;
+    EXPECT_FALSE(test.addPlane(noise(6, 6, rng, false).view(rgb), RGBCombo::RedGreen));
+    const std::uint8_t none = 0;
+    const ChannelView huge{{&none, &none, &none}, 1, 1, 1 << 20, 1 << 20};
+    EXPECT_FALSE(BlockShuffleTest(2).addPlane(huge, RGBCombo::RedGreen));
+    EXPECT_EQ(test.blockCount(), 12u);
+    EXPECT_LE(BlockShuffleTest(3).blocksIn(10000, 10000), BlockShuffleTest::kMostBlocks);
+    EXPECT_GT(BlockShuffleTest(1).blocksIn(4096, 4096), BlockShuffleTest::kMostBlocks);
 }
 
 }  // namespace

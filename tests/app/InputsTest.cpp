@@ -4,6 +4,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSlider>
 #include <QTemporaryDir>
@@ -20,6 +21,7 @@
 #include "app/ImageView.h"
 #include "app/Inputs.h"
 #include "app/OpenChannelsDialog.h"
+#include "app/ShuffleRun.h"
 #include "app/StackBar.h"
 #include "ui_MainWindow.h"
 
@@ -340,6 +342,43 @@ class InputsTest : public QObject {
         }
         w.inputs().clearLabelsAction()->trigger();
         QVERIFY(panel->isHidden());
+    }
+
+    // Once the further measures hold a significance test, the chosen cell's follow in its panel:
+    // its own test on a worker with progress and Cancel, its lines those the controller gives
+    // the cell. A cancelled test leaves the lines out; new measures test the cell again.
+    void chosenCellsOwnTestRunsWithProgressAndCancel() {
+        MainWindow w;
+        w.show();
+        QVERIFY(open(w, file("series.tif")));
+        chooseFile(w.inputs().labelsAction(), file("labels.tif"));
+        pv::PixmeraVeltroController& c = w.controller();
+        pv::MeasureRequest request{true, false, false, false, true, 1000000, 3, 1};
+        QVERIFY(c.calculateFurtherMeasures(request));
+        pv::app::CellPanel* panel = w.inputs().cellPanel();
+        auto* progress = panel->findChild<QProgressBar*>("cellTestProgress");
+        auto* cancel = panel->findChild<QPushButton*>("cancelCellTestButton");
+        QTest::mouseClick(w.ui().roiPreview, Qt::LeftButton, Qt::NoModifier,
+                          drawnAt(w.ui().roiPreview, 0, 3));
+        QVERIFY(!panel->value("Spearman").isEmpty());
+        QVERIFY(panel->test().running());
+        QVERIFY(progress->isVisible() && cancel->isVisible());
+        QCOMPARE(progress->maximum(), 1000000);
+        QTest::mouseClick(cancel, Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(!panel->test().running(), 60000);
+        QVERIFY(progress->isHidden() && cancel->isHidden());
+        QCOMPARE(panel->value("P-value"), QString());
+
+        request.shuffles = 50;
+        QVERIFY(c.calculateFurtherMeasures(request));
+        QTRY_VERIFY_WITH_TIMEOUT(!panel->value("P-value").isEmpty(), 60000);
+        const auto cells = c.cellFields(w.inputs().labels().labels(), path("labels.tif"), true);
+        QVERIFY(cells && cells->front().label == 3);
+        for (const pv::ResultLine& line : cells->front().fields.furtherMeasures) {
+            QCOMPARE(panel->value(QString::fromStdString(line.name)),
+                     QString::fromStdString(line.value));
+        }
+        QVERIFY(progress->isHidden());
     }
 
   private:

@@ -227,5 +227,60 @@ TEST_F(FurtherMeasuresTest, BlocksLargerThanHalfThePictureAreNamedAsTheReason) {
               "pixels fit the picture");
 }
 
+// Slices of a pooled stack are counted pixel by pixel against the first one and its mask: one
+// of another size is refused naming both sizes, by the pass and by the test alike.
+TEST_F(FurtherMeasuresTest, PooledSlicesOfAnotherSizeAreRefusedNamingBothSizes) {
+    std::mt19937 rng(6);
+    const std::string one = written("one.tif", randomSamples(24, 16, rng)),
+                      two = written("two.tif", randomSamples(12, 16, rng));
+    const Status pooled = controller.openStack({{{one, 0}, {one, 1}}, {{two, 0}, {two, 1}}});
+    ASSERT_FALSE(pooled);
+    EXPECT_EQ(pooled.error().message(),
+              two +
+                  ": slice 2 is 12 x 16 pixels but slice 1 is 24 x 16: the slices of a pooled "
+                  "stack must be the same size");
+    Samples mask{24, 16, std::vector<std::uint32_t>(24 * 16 * 3, 255)};
+    ASSERT_TRUE(controller.setMaskFile(written("mask.tif", mask)));
+    EXPECT_EQ(controller.fields().pixelCountTotal, "0");
+    const Status measured = controller.calculateFurtherMeasures(everything());
+    ASSERT_FALSE(measured);
+    EXPECT_EQ(measured.error().message(), pooled.error().message());
+}
+
+// Beyond its limit of blocks the test is refused before a slice is read, with the smallest
+// block side that fits.
+TEST_F(FurtherMeasuresTest, TooManyBlocksAreRefusedWithTheSmallestSideThatFits) {
+    std::mt19937 rng(7);
+    const std::string one = written("one.tif", randomSamples(256, 256, rng));
+    ASSERT_TRUE(controller.openStack(
+        std::vector<PixmeraVeltroController::SlicePair>(184, {{one, 0}, {one, 1}})));
+    MeasureRequest request = everything();
+    request.psfSize = 1;
+    const Status refused = controller.calculateFurtherMeasures(request);
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().reason,
+              "the significance test would shuffle 12058624 blocks of 1 x 1 pixels, more than its "
+              "limit of 12000000: give a PSF size of at least 2 pixels");
+    EXPECT_FALSE(controller.furtherMeasures());
+}
+
+// An empty mask leaves every value undefined: each reads "nan", as the help says, never the
+// "-nan" printf makes of 0 / 0.
+TEST_F(FurtherMeasuresTest, AnEmptyMaskReadsNanNeverMinusNan) {
+    std::mt19937 rng(8);
+    ASSERT_TRUE(controller.openImageFile(written("cells.tif", randomSamples(20, 12, rng))));
+    ASSERT_TRUE(controller.setMaskFile(
+        written("mask.tif", Samples{20, 12, std::vector<std::uint32_t>(720, 0)})));
+    controller.calculateCoefficients();
+    ASSERT_TRUE(controller.calculateFurtherMeasures(everything()));
+    const ResultFields& f = controller.fields();
+    for (const std::string* text :
+         {&f.yAxisPixelPercentText, &f.pixelPercentTotal, &f.coefficient_Rr, &f.coefficient_R,
+          &f.coefficient_k1, &f.coefficient_m2}) {
+        EXPECT_EQ(*text, "nan");
+    }
+    EXPECT_EQ(buildReport(f).find("-nan"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace pv

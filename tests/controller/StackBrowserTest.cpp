@@ -339,6 +339,52 @@ TEST_F(StackBrowserTest, ACellsResultsAreThoseOfItsPixelsAndItsEdgesRunAlongItsB
     EXPECT_EQ(refused.error().file, labelPath);
 }
 
+// The chosen cell's own test is due once the picture's further measures hold one; a test that
+// ended without a result waits for the cell to be chosen again; a result is kept, and shown,
+// only while the results it was made for stand.
+TEST_F(StackBrowserTest, AChosenCellsOwnTestIsDueOnceAndKeptWhileItsResultsStand) {
+    const std::string labelPath = dir.file("labels.tif");
+    ASSERT_TRUE(testing::writeGreyPages(labelPath, kWide, kHigh, {kLabels}, {}, 16));
+    ASSERT_TRUE(controller.openImageFile(stackPath));
+    ASSERT_TRUE(labels.load(labelPath));
+    EXPECT_FALSE(labels.testDue(4));
+    ASSERT_TRUE(controller.calculateFurtherMeasures({true, false, false, false, true, 20, 3, 1}));
+    EXPECT_TRUE(labels.testDue(4));
+    const auto named = [&](const std::string& name) {
+        for (const auto& [n, v] : labels.cellRows(4)) {
+            if (n == name) {
+                return v;
+            }
+        }
+        return std::string("(none)");
+    };
+    EXPECT_NE(named("Spearman"), "(none)");
+    EXPECT_EQ(named("P-value"), "(none)");
+
+    const std::uint64_t stamp = labels.stamp();
+    Result<BlockShuffleTest> test = labels.significanceTest(4);
+    ASSERT_TRUE(test);
+    EXPECT_TRUE(labels.takeSignificance(4, stamp, std::nullopt));
+    EXPECT_FALSE(labels.testDue(4));
+    labels.chose(4);
+    EXPECT_TRUE(labels.testDue(4));
+    const auto result = test->run(20, 3);
+    EXPECT_TRUE(labels.takeSignificance(4, stamp, result));
+    EXPECT_FALSE(labels.testDue(4));
+    const auto cells = controller.cellFields(labels.labels(), labelPath, true);
+    ASSERT_TRUE(cells);
+    for (const auto& cell : *cells) {
+        for (const ResultLine& line :
+             cell.label == 4 ? cell.fields.furtherMeasures : std::vector<ResultLine>{}) {
+            EXPECT_EQ(named(line.name), line.value) << line.name;
+        }
+    }
+
+    controller.getChannelsRGBCombo(popupIndexForRGBCombo(RGBCombo::GreenRed));
+    EXPECT_FALSE(labels.takeSignificance(4, stamp, result));
+    EXPECT_EQ(named("P-value"), "(none)");
+}
+
 TEST_F(StackBrowserTest, MaskOutlineIsTheMasksInnerBorder) {
     GreyPage mask(kWide * kHigh, 0);
     for (int y = 1; y <= 3; ++y) {
