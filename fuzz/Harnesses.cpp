@@ -320,7 +320,7 @@ constexpr int kEndSlices = 16;
 
 void followEachSlice(const cli::Options& o, const std::string& image) {
     const Result<StackLayout> layout = readStackLayout(image);
-    if (!layout) {
+    if (!layout || !cli::slicesJustified(*layout, image)) {
         return;
     }
     std::set<int> slices;

@@ -177,4 +177,9 @@ Status openImage(PixmeraVeltroController& controller, const Options& o, const st
     return opened;
 }
 
+Status slicesJustified(const StackLayout& layout, const std::string& image) {
+    return pagesJustified(ChannelSource{image, {}, 0, layout.pageIndex},
+                          2 * std::uint64_t(layout.slices));
+}
+
 }  // namespace pv::cli

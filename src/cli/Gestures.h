@@ -42,4 +42,8 @@ Status followRoad(PixmeraVeltroController& controller, BatchPort& port, const Op
 Status openImage(PixmeraVeltroController& controller, const Options& o, const std::string& image,
                  const StackLayout* layout = nullptr);
 
+// With --slices all each slice reads two pages of the file, one analysis after another: refused,
+// naming the file, when they are more than its bytes justify.
+Status slicesJustified(const StackLayout& layout, const std::string& image);
+
 }  // namespace pv::cli

@@ -19,7 +19,6 @@
 #include "controller/ControllerPort.h"
 #include "controller/PixmeraVeltroController.h"
 #include "core/PixelMemory.h"
-#include "image/ChannelFiles.h"
 #include "image/StackLayout.h"
 #include "output/Export.h"
 
@@ -198,9 +197,7 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
         return out;
     }
     // Each slice reads two pages; a few bytes must not make thousands of large slices.
-    if (const Status justified = pagesJustified(ChannelSource{image, {}, 0, layout->pageIndex},
-                                                2 * std::uint64_t(layout->slices));
-        !justified) {
+    if (const Status justified = cli::slicesJustified(*layout, image); !justified) {
         out.failures.push_back(failureLine(image, justified.error().reason));
         out.rows.push_back(failedRow(image, o));
         out.rows.back().back() = justified.error().reason;

@@ -1,5 +1,6 @@
 #include "controller/PixmeraVeltroController.h"
 
+#include <set>
 #include <utility>
 
 #include "analysis/AnalysisPass.h"
@@ -495,6 +496,18 @@ void PixmeraVeltroController::countStack(const MaskView& mask) {
 Status PixmeraVeltroController::openStack(const std::vector<SlicePair>& slices) {
     if (slices.empty()) {
         return Status(Error{{}, tr("the stack has no slice")});
+    }
+    // A few bytes must not stand for thousands of large slices.
+    std::set<std::uint32_t> pages;
+    for (const auto& [y, x] : slices) {
+        for (const ChannelSource* s : {&y, &x}) {
+            if (s->path == slices.front().first.path) {
+                pages.insert(s->page);
+            }
+        }
+    }
+    if (Status justified = pagesJustified(slices.front().first, pages.size()); !justified) {
+        return openReadPicture(slices.front().first.path, Result<Picture>(justified.error()));
     }
     const Status first = openChannelFiles(slices.front().first, slices.front().second);
     if (!first) {

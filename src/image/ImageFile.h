@@ -44,10 +44,12 @@ SizeCheck sizeMustBe(std::int64_t wide, std::int64_t high, std::string english);
 
 // Decoded pixels a file's bytes must justify, unless another file's size does (a mask, a label
 // image or a second channel must be the picture's size): a few kilobytes of a damaged or hostile
-// file must not cost the memory and time of a huge picture. Deflate and fax coding can reach far
-// more pixels a byte, but only on blank pictures; real microscope data stays below a tenth of it.
-inline constexpr std::uint64_t kPixelsFreeOfFileSize = std::uint64_t(1) << 24;
-inline constexpr std::uint64_t kMostPixelsPerFileByte = 256;
+// file must not cost the memory and time of a huge picture. With every road taken (the
+// significance test holds some 26 bytes a pixel at its smallest blocks), a 64 KB file then stays
+// within 64 MB. Real microscope data, whose noise keeps it from compressing more than a few
+// times, is far from 32 pixels a byte; only blank or made-up pictures come near it.
+inline constexpr std::uint64_t kPixelsFreeOfFileSize = std::uint64_t(1) << 21;
+inline constexpr std::uint64_t kMostPixelsPerFileByte = 32;
 // The check readImageFile and readLabelImage make when they are given none.
 SizeCheck justifiedBy(std::uint64_t fileBytes);
 // Why `pages` pictures of wide x high pixels (the pages of a stack read one after another) are

@@ -557,7 +557,11 @@ TEST_F(ControllerTest, PictureTallerThanFloatsCountIsCountedExactly) {
     }
     TIFFClose(t);
 
-    ASSERT_TRUE(controller.openImageFile(path).ok());
+    // So few bytes for so many pixels would be refused as made up; any size is taken here.
+    const auto anySize = [](std::uint64_t, std::uint64_t) -> std::optional<std::string> {
+        return std::nullopt;
+    };
+    ASSERT_TRUE(controller.openReadPicture(path, readImageFile(path, {.sizeCheck = anySize})).ok());
     const PixelCensus& c = controller.analysis().census;
     EXPECT_EQ(c.redPixelCount, std::int32_t((kRows + 2) / 3));
     EXPECT_EQ(c.yellowPixelCount, std::int32_t(kRows - (kRows + 2) / 3));
