@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
 #include <mutex>
 #include <set>
 #include <string>
@@ -39,7 +40,7 @@ struct ImageOutcome {
     std::vector<std::string> failures;  // "FILE: reason"
     std::vector<std::string> cautions;  // "FILE: the green channel is constant": no failure
     std::string report;                 // printed for a single image without --report
-    std::vector<std::vector<std::string>> rows;  // of the batch table: one, or one a cell
+    std::vector<std::string> rows;      // lines of the batch table: one, or one a cell
 };
 
 // The image's row of the batch table, its error column empty.
@@ -88,13 +89,30 @@ void addMeasureCells(std::vector<std::string>& row, const cli::Options& o,
 // A row all the same for a file that failed, so that the table's rows line up with the files.
 std::vector<std::string> failedRow(const std::string& image, const cli::Options& o) {
     std::vector<std::string> row(kTableColumns + (o.labels ? 1 : 0), "");
-    if (o.allSlices) {
-        row.insert(row.begin() + 2, "");
-    }
     addMeasureCells(row, o, {});
     row[0] = image;
     row[1] = cli::pairName(o.rgbCombo);
     return row;
+}
+
+std::string joinRow(const std::vector<std::string>& cells) {
+    std::string line;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        line += (i ? "\t" : "") + cells[i];
+    }
+    return line + "\n";
+}
+
+// The row as a line of the table, with its error, and with --slices all its slice (0: none, for
+// a file that failed as a whole) after the pair. Kept as one line: a row a cell of tens of
+// thousands of cells must not cost more than their text.
+std::string tableLine(std::vector<std::string> row, const cli::Options& o, int slice,
+                      std::string error) {
+    row.back() = std::move(error);
+    if (o.allSlices) {
+        row.insert(row.begin() + 2, slice > 0 ? std::to_string(slice) : "");
+    }
+    return joinRow(row);
 }
 
 // "cells.tif: the file ends early": what went wrong, after the image as the user named it.
@@ -109,9 +127,9 @@ std::string reportStemFor(const cli::Options& o, const std::string& image) {
     return *o.reportStem + "-" + std::filesystem::path(image).stem().string();
 }
 
-// layout: the image's, when already read for all its slices.
+// layout: the image's, when already read for all its slices; slice: the one analysed, from 1.
 ImageOutcome analyseOne(const cli::Options& o, const std::string& image, unsigned threads,
-                        const StackLayout* layout = nullptr) {
+                        const StackLayout* layout = nullptr, int slice = 0) {
     ImageOutcome out;
     cli::BatchPort port;
     PixmeraVeltroController controller(port);
@@ -126,8 +144,8 @@ ImageOutcome analyseOne(const cli::Options& o, const std::string& image, unsigne
         out.failures.push_back(o.yFile && !ofMask && !e.file.empty() ? e.message()
                                                                      : failureLine(image, why));
         // A row all the same, so that the table's rows line up with the files given.
-        out.rows.push_back(failedRow(image, o));
-        out.rows.back().back() = o.yFile && !ofMask && !e.file.empty() ? e.message() : why;
+        out.rows.push_back(tableLine(failedRow(image, o), o, slice,
+                                     o.yFile && !ofMask && !e.file.empty() ? e.message() : why));
         return out;
     }
     for (const std::string& line : port.log) {
@@ -152,31 +170,32 @@ ImageOutcome analyseOne(const cli::Options& o, const std::string& image, unsigne
     }
     const std::string scale =
         controller.sixteenBitTop() ? "255/" + std::to_string(*controller.sixteenBitTop()) : "";
+    const auto errors = [&] {  // what the last column says of a file whose outputs failed
+        std::string said;
+        for (const std::string& line : out.failures) {
+            said += (said.empty() ? "" : "; ") + line.substr(image.size() + 2);
+        }
+        return said;
+    };
     if (o.labels) {
-        Result<std::vector<PixmeraVeltroController::CellFields>> cells =
-            controller.cellFields(*o.labels, o.measures.any());
+        const std::string said = errors();
+        const Status cells = controller.forEachCellFields(
+            *o.labels, o.measures.any(), [&](PixmeraVeltroController::CellFields&& cell) {
+                std::vector<std::string> row = tableRow(image, o, cell.fields, scale);
+                addMeasureCells(row, o, cell.fields.furtherMeasures);
+                row.insert(row.begin() + 2, std::to_string(cell.label));
+                out.rows.push_back(tableLine(std::move(row), o, slice, said));
+            });
         if (!cells) {
             out.failures.push_back(failureLine(image, "labels " + cells.error().message()));
-        } else {
-            for (const auto& cell : cells.value()) {
-                out.rows.push_back(tableRow(image, o, cell.fields, scale));
-                addMeasureCells(out.rows.back(), o, cell.fields.furtherMeasures);
-                out.rows.back().insert(out.rows.back().begin() + 2, std::to_string(cell.label));
-            }
         }
     } else {
-        out.rows.push_back(tableRow(image, o, f, scale));
-        addMeasureCells(out.rows.back(), o, f.furtherMeasures);
-    }
-    std::string errors;  // what the last column says of a file whose outputs failed
-    for (const std::string& line : out.failures) {
-        errors += (errors.empty() ? "" : "; ") + line.substr(image.size() + 2);
+        std::vector<std::string> row = tableRow(image, o, f, scale);
+        addMeasureCells(row, o, f.furtherMeasures);
+        out.rows.push_back(tableLine(std::move(row), o, slice, errors()));
     }
     if (out.rows.empty()) {
-        out.rows.push_back(failedRow(image, o));
-    }
-    for (std::vector<std::string>& row : out.rows) {
-        row.back() = errors;
+        out.rows.push_back(tableLine(failedRow(image, o), o, slice, errors()));
     }
     out.ok = out.failures.empty();
     return out;
@@ -192,22 +211,20 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
     Result<StackLayout> layout = readStackLayout(image);
     if (!layout) {
         out.failures.push_back(failureLine(image, layout.error().reason));
-        out.rows.push_back(failedRow(image, o));
-        out.rows.back().back() = layout.error().reason;
+        out.rows.push_back(tableLine(failedRow(image, o), o, 0, layout.error().reason));
         return out;
     }
     // Each slice reads two pages; a few bytes must not make thousands of large slices.
     if (const Status justified = cli::slicesJustified(*layout, image); !justified) {
         out.failures.push_back(failureLine(image, justified.error().reason));
-        out.rows.push_back(failedRow(image, o));
-        out.rows.back().back() = justified.error().reason;
+        out.rows.push_back(tableLine(failedRow(image, o), o, 0, justified.error().reason));
         return out;
     }
     out.ok = true;
     for (int slice = 1; slice <= layout->slices; ++slice) {
         cli::Options one = o;
         one.slice = slice;
-        ImageOutcome part = analyseOne(one, image, threads, &*layout);
+        ImageOutcome part = analyseOne(one, image, threads, &*layout, slice);
         const std::string named = image + " (slice " + std::to_string(slice) + ")";
         for (auto* lines : {&part.failures, &part.cautions}) {
             for (std::string& line : *lines) {
@@ -216,10 +233,7 @@ ImageOutcome analyseImage(const cli::Options& o, const std::string& image, unsig
         }
         out.failures.insert(out.failures.end(), part.failures.begin(), part.failures.end());
         out.cautions.insert(out.cautions.end(), part.cautions.begin(), part.cautions.end());
-        for (std::vector<std::string>& row : part.rows) {
-            row.insert(row.begin() + 2, std::to_string(slice));
-            out.rows.push_back(std::move(row));
-        }
+        std::move(part.rows.begin(), part.rows.end(), std::back_inserter(out.rows));
         out.ok = out.ok && part.ok;
     }
     return out;
@@ -251,14 +265,6 @@ std::string headerRow(const cli::Options& o) {
         header += "\t" + name;
     }
     return header + "\t16-bit scale\tError\n";
-}
-
-std::string joinRow(const std::vector<std::string>& cells) {
-    std::string line;
-    for (std::size_t i = 0; i < cells.size(); ++i) {
-        line += (i ? "\t" : "") + cells[i];
-    }
-    return line + "\n";
 }
 
 class Progress {
@@ -381,8 +387,8 @@ int main(int argc, char** argv) {
             while (nextToPrint < count && finished[nextToPrint]) {
                 const ImageOutcome& done = outcomes[nextToPrint];
                 if (table) {
-                    for (const std::vector<std::string>& row : done.rows) {
-                        std::cout << joinRow(row);
+                    for (const std::string& row : done.rows) {
+                        std::cout << row;
                     }
                 } else if (!table && !o.reportStem) {
                     std::cout << done.report;

@@ -222,24 +222,32 @@ Status PixmeraVeltroController::setMaskFile(const std::string& path) {
 
 Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController::cellFields(
     const std::string& labelPath, bool withFurtherMeasures) {
+    std::vector<CellFields> cells;
+    const Status done = forEachCellFields(labelPath, withFurtherMeasures,
+                                          [&](CellFields&& cell) { cells.push_back(cell); });
+    if (!done) {
+        return done.error();
+    }
+    return cells;
+}
+
+Status PixmeraVeltroController::forEachCellFields(const std::string& labelPath,
+                                                  bool withFurtherMeasures, const TakeCell& take) {
     const Picture& picture = image_.currentDisplayedImage();
     Result<LabelImage> labels = readLabelImage(
         labelPath, sizeMustBe(picture.pixelsWide(), picture.pixelsHigh(), kLabelSizeDiffers));
     if (!labels) {
-        return labels.error();
+        return Status(labels.error());
     }
-    return cellFields(*labels, labelPath, withFurtherMeasures);
+    return forEachCellFields(*labels, labelPath, withFurtherMeasures, {}, take);
 }
 
 Status PixmeraVeltroController::labelsFit(const LabelImage& labels,
                                           const std::string& labelPath) const {
     const Picture& picture = image_.currentDisplayedImage();
-    if (labels.wide != picture.pixelsWide() || labels.high != picture.pixelsHigh()) {
-        return Status(Error{
-            labelPath,
-            tr("the label image is %1 x %2 pixels but the picture is %3 x %4",
-               {std::to_string(labels.wide), std::to_string(labels.high),
-                std::to_string(picture.pixelsWide()), std::to_string(picture.pixelsHigh())})});
+    if (auto why = sizeMustBe(picture.pixelsWide(), picture.pixelsHigh(), kLabelSizeDiffers)(
+            std::uint64_t(labels.wide), std::uint64_t(labels.high))) {
+        return Status(Error{labelPath, std::move(*why)});
     }
     return Status();
 }
@@ -247,15 +255,45 @@ Status PixmeraVeltroController::labelsFit(const LabelImage& labels,
 Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController::cellFields(
     const LabelImage& labels, const std::string& labelPath, bool withFurtherMeasures,
     const CellMeasureOptions& options) {
+    std::vector<CellFields> cells;
+    const Status done =
+        forEachCellFields(labels, labelPath, withFurtherMeasures, options,
+                          [&](CellFields&& cell) { cells.push_back(std::move(cell)); });
+    if (!done) {
+        return done.error();
+    }
+    return cells;
+}
+
+Status PixmeraVeltroController::forEachCellFields(const LabelImage& labels,
+                                                  const std::string& labelPath,
+                                                  bool withFurtherMeasures,
+                                                  const CellMeasureOptions& options,
+                                                  const TakeCell& take) {
     if (const Status fits = labelsFit(labels, labelPath); !fits) {
-        return fits.error();
+        return fits;
     }
     const RegionSelection region = currentRegionSelection();
     const MaskView mask = maskView();
-    std::vector<CellFields> cells;
-    for (const LabelResult& cell :
-         analyseLabels(image_.channels(), labels, analysis_.rgbCombo, analysis_.levels,
-                       shown_.roiColumn ? &region : nullptr, mask, analysisThreads_)) {
+    const std::vector<LabelResult> results =
+        analyseLabels(image_.channels(), labels, analysis_.rgbCombo, analysis_.levels,
+                      shown_.roiColumn ? &region : nullptr, mask, analysisThreads_);
+    std::optional<std::vector<FurtherMeasureResults>> measures;
+    if (withFurtherMeasures && further_) {
+        std::vector<std::uint32_t> numbers;
+        for (const LabelResult& cell : results) {
+            numbers.push_back(cell.label);
+        }
+        Result<std::vector<FurtherMeasureResults>> measured =
+            cellFurtherMeasures(*further_, image_.channels(), labels, numbers, analysis_.rgbCombo,
+                                mask, labelPath, analysisThreads_, options);
+        if (!measured) {
+            return Status(measured.error());
+        }
+        measures = std::move(measured).value();
+    }
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        const LabelResult& cell = results[i];
         AnalysisState state = analysis_;
         state.census = cell.census;
         state.sums = cell.sums;
@@ -263,24 +301,13 @@ Result<std::vector<PixmeraVeltroController::CellFields>> PixmeraVeltroController
         state.roiCensus = cell.roiCensus;
         state.roiSums = cell.roiSums;
         state.roiCoefficients = colocalization_M1M2(cell.roiSums);
-        cells.push_back({cell.label, cell.census.totalPixelCount, resultFields(state, shown_)});
+        CellFields fields{cell.label, cell.census.totalPixelCount, resultFields(state, shown_)};
+        if (measures) {
+            fields.fields.furtherMeasures = furtherMeasureLines((*measures)[i]);
+        }
+        take(std::move(fields));
     }
-    if (withFurtherMeasures && further_) {
-        std::vector<std::uint32_t> numbers;
-        for (const CellFields& cell : cells) {
-            numbers.push_back(cell.label);
-        }
-        Result<std::vector<FurtherMeasureResults>> measures =
-            cellFurtherMeasures(*further_, image_.channels(), labels, numbers, analysis_.rgbCombo,
-                                mask, labelPath, analysisThreads_, options);
-        if (!measures) {
-            return measures.error();
-        }
-        for (std::size_t i = 0; i < cells.size(); ++i) {
-            cells[i].fields.furtherMeasures = furtherMeasureLines(measures.value()[i]);
-        }
-    }
-    return cells;
+    return Status();
 }
 
 Result<BlockShuffleTest> PixmeraVeltroController::cellSignificanceTest(

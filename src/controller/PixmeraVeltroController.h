@@ -136,6 +136,15 @@ class PixmeraVeltroController : public PixmeraController {
                                                const std::string& labelPath,
                                                bool withFurtherMeasures = false,
                                                const CellMeasureOptions& options = {});
+    // The same handed to `take` a cell at a time, by increasing label, for front ends that do
+    // not keep them all: the fields of tens of thousands of cells take more memory than a
+    // picture. Nothing is taken when it fails.
+    using TakeCell = std::function<void(CellFields&&)>;
+    Status forEachCellFields(const std::string& labelPath, bool withFurtherMeasures,
+                             const TakeCell& take);
+    Status forEachCellFields(const LabelImage& labels, const std::string& labelPath,
+                             bool withFurtherMeasures, const CellMeasureOptions& options,
+                             const TakeCell& take);
     // For front ends that test the cell they show off their event loop: the significance test
     // of one cell as cellFields runs it, with its own copy of the cell's box, to run on any
     // thread with the shuffles and seed of furtherMeasures(). Fails, naming labelPath, when
