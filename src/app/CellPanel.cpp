@@ -5,6 +5,9 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollArea>
+#include <QVBoxLayout>
+#include <algorithm>
 
 #include "app/ShuffleRun.h"
 
@@ -12,13 +15,17 @@ namespace pv::app {
 
 namespace {
 
-constexpr int kPairsPerLine = 4;
+// Three pairs keep the report's longest names ("Costes Y threshold") whole beside the image at
+// 1366 x 768; a cell with its further measures scrolls past the lines that fit.
+constexpr int kPairsPerLine = 3;
+constexpr int kLinesShown = 7;
 
 }  // namespace
 
 CellPanel::CellPanel(QWidget* parent)
     : QWidget(parent),
-      grid_(new QGridLayout(this)),
+      scroll_(new QScrollArea(this)),
+      grid_(new QGridLayout(new QWidget(scroll_))),
       hint_(new QLabel(tr("Click inside a cell to see its results."), this)),
       progress_(new QProgressBar(this)),
       cancel_(new QPushButton(tr("Cancel"), this)),
@@ -30,6 +37,14 @@ CellPanel::CellPanel(QWidget* parent)
     grid_->setHorizontalSpacing(8);
     grid_->addWidget(hint_, 0, 0, 1, 2 * kPairsPerLine);
     grid_->setColumnStretch(2 * kPairsPerLine, 1);  // the pairs keep to the left
+    grid_->setRowStretch(100, 1);                   // and to the top
+    scroll_->setWidget(grid_->parentWidget());
+    scroll_->setWidgetResizable(true);
+    scroll_->setFrameShape(QFrame::NoFrame);
+    scroll_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->addWidget(scroll_);
     // The test's row stays at the bottom, however many rows the cell has.
     auto* testRow = new QHBoxLayout;
     progress_->setObjectName("cellTestProgress");
@@ -39,7 +54,7 @@ CellPanel::CellPanel(QWidget* parent)
     cancel_->setAccessibleName(tr("Cancel the cell's significance test"));
     testRow->addWidget(progress_, 1);
     testRow->addWidget(cancel_);
-    grid_->addLayout(testRow, 100, 0, 1, 2 * kPairsPerLine);
+    column->addLayout(testRow);
     connect(cancel_, &QPushButton::clicked, run_, &ShuffleRun::cancel);
     connect(run_, &ShuffleRun::ended, this, &CellPanel::updateTestControls);
     updateTestControls();
@@ -64,8 +79,8 @@ void CellPanel::showRows(const std::vector<std::pair<std::string, std::string>>&
     rows_.clear();
     hint_->setVisible(rows.empty());
     for (std::size_t i = 0; i < rows.size(); ++i) {
-        auto* name = new QLabel(QString::fromStdString(rows[i].first), this);
-        auto* value = new QLabel(QString::fromStdString(rows[i].second), this);
+        auto* name = new QLabel(QString::fromStdString(rows[i].first), grid_->parentWidget());
+        auto* value = new QLabel(QString::fromStdString(rows[i].second), grid_->parentWidget());
         value->setTextInteractionFlags(Qt::TextSelectableByMouse);
         name->setBuddy(value);
         const int line = 1 + int(i) / kPairsPerLine, column = 2 * (int(i) % kPairsPerLine);
@@ -73,6 +88,10 @@ void CellPanel::showRows(const std::vector<std::pair<std::string, std::string>>&
         grid_->addWidget(value, line, column + 1);
         rows_.emplace_back(name, value);
     }
+    const int lines =
+        std::min(kLinesShown, 1 + (int(rows.size()) + kPairsPerLine - 1) / kPairsPerLine);
+    const int lineHeight = fontMetrics().height() + grid_->verticalSpacing();
+    scroll_->setFixedHeight(grid_->contentsMargins().top() + lines * lineHeight);
     updateTestControls();
 }
 

@@ -10,6 +10,7 @@ class QGridLayout;
 class QLabel;
 class QProgressBar;
 class QPushButton;
+class QScrollArea;
 
 namespace pv {
 class BlockShuffleTest;
@@ -39,6 +40,7 @@ class CellPanel : public QWidget {
   private:
     void updateTestControls();
 
+    QScrollArea* scroll_;
     QGridLayout* grid_;
     QLabel* hint_;
     QProgressBar* progress_;

@@ -22,6 +22,7 @@
 #include "GreyPages.h"
 #include "app/CellPanel.h"
 #include "app/ImageView.h"
+#include "app/ShuffleRun.h"
 #include "app/Inputs.h"
 #include "app/StackBar.h"
 #include "image/ImageFile.h"
@@ -163,6 +164,22 @@ bool saveInputs(const std::string& sample, const QDir& out, const QString& keep)
     w.ui().calculateCoefficientButton->click();
     answer(w, "Calculate Anyway");
     ok = save(w, out, "14-cells.png") && ok;
+
+    // The further measures with the significance test: the chosen cell's own test follows.
+    auto* significance = w.findChild<QCheckBox*>("significanceCheckBox");
+    auto* panel = w.findChild<pv::app::FurtherMeasuresPanel*>();
+    if (significance == nullptr || panel == nullptr) {
+        return false;
+    }
+    significance->setChecked(true);
+    QSignalSpy measured(panel, &pv::app::FurtherMeasuresPanel::calculationEnded);
+    QSignalSpy cellTested(&w.inputs().cellPanel()->test(), &pv::app::ShuffleRun::ended);
+    w.findChild<QPushButton*>("calculateMeasuresButton")->click();
+    if ((measured.isEmpty() && !measured.wait(120000)) ||
+        (cellTested.isEmpty() && !cellTested.wait(120000))) {
+        return false;
+    }
+    ok = save(w, out, "16-cell-significance.png") && ok;
     return ok;
 }
 
