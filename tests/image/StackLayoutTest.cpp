@@ -1,4 +1,4 @@
-#include <regex>
+#include <string>
 
 #include "image/ChannelFiles.h"
 #include "image/ImageTestFiles.h"
@@ -8,6 +8,26 @@ namespace pv {
 namespace {
 
 using testing::TempDir;
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+    for (std::size_t at = text.find(from); at != std::string::npos;
+         at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+    }
+    return text;
+}
+
+// The OME elements as a writer that names its namespace writes them.
+std::string prefixed(std::string xml, const std::string& prefix) {
+    for (const char* name : {"OME", "Image", "Pixels", "Channel"}) {
+        for (const std::string open : {"<", "</"}) {
+            xml = replaced(xml, open + name + " ", open + prefix + name + " ");
+            xml = replaced(xml, open + name + ">", open + prefix + name + ">");
+            xml = replaced(xml, open + name + "/", open + prefix + name + "/");
+        }
+    }
+    return xml;
+}
 
 const char* const kOmeStart =
     R"(<?xml version="1.0" encoding="UTF-8"?><OME xmlns="http://www.openmicroscopy.org/Schemas/OME/2016-06"><Image ID="Image:0"><Pixels ID="Pixels:0" )";
@@ -36,9 +56,7 @@ TEST(StackLayout, FindsEachChannelSliceAndFrameInThePages) {
         {"OME-TIFF", ome, 10, 2, 5, 1, "ZCT", 3 + 1 * 5},
         {"ImageJ with Windows line ends", "ImageJ=1.54f\r\nimages=10\r\nchannels=2\r\nslices=5\r\n",
          10, 2, 5, 1, "CZT", 1 + 3 * 2},
-        {"OME-TIFF with a namespace prefix",
-         std::regex_replace(ome, std::regex("<(/?)(OME|Image|Pixels|Channel)\\b"), "<$1ome:$2"), 10,
-         2, 5, 1, "ZCT", 3 + 1 * 5},
+        {"OME-TIFF with a namespace prefix", prefixed(ome, "ome:"), 10, 2, 5, 1, "ZCT", 3 + 1 * 5},
         // tifffile's RGB picture: its three channels are the samples of one page.
         {"OME-TIFF of one RGB page",
          std::string(kOmeStart) +
@@ -59,8 +77,7 @@ TEST(StackLayout, FindsEachChannelSliceAndFrameInThePages) {
     auto named = stackLayoutOf(ome, 10);
     EXPECT_EQ(std::pair(named->channelNamed("GFP"), named->channelNamed("RFP")), std::pair(1, -1));
     // A name beyond the channels would pick a page of another slice.
-    auto oneChannel =
-        stackLayoutOf(std::regex_replace(ome, std::regex("SizeC=\"2\""), "SizeC=\"1\""), 10);
+    auto oneChannel = stackLayoutOf(replaced(ome, "SizeC=\"2\"", "SizeC=\"1\""), 10);
     EXPECT_EQ(oneChannel->channelNamed("GFP"), -1);
 }
 
