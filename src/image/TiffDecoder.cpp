@@ -458,7 +458,10 @@ TiffHandle openTiff(const std::string& path, TiffNews& news, std::uint64_t direc
                                      tiffFileUnmap, options));
     TIFFOpenOptionsFree(options);
     if (tif) {
-        // libtiff closes the file from now on; data read in one go is read straight from it.
+        // The page's directory is read: from now on libtiff reads the file's own bytes, as the
+        // data read in one go straight from the descriptor does (a strip may start in the
+        // header). libtiff closes the file from now on.
+        file->shownBytes = 0;
         TIFFSetFileno(tif.get(), file.release()->fd);
     }
     return tif;
