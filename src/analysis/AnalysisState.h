@@ -78,6 +78,19 @@ struct PairSums {
     std::int64_t sumColocPixelsYAxis = 0;
 };
 
+// The sums of two sets of pixels taken together.
+inline PairSums& operator+=(PairSums& a, const PairSums& b) {
+    a.sumPixelsXYAxis += b.sumPixelsXYAxis;
+    a.sumPixelsXAxis += b.sumPixelsXAxis;
+    a.sumPixelsXSquaredAxis += b.sumPixelsXSquaredAxis;
+    a.sumPixelsYAxis += b.sumPixelsYAxis;
+    a.sumPixelsYSquaredAxis += b.sumPixelsYSquaredAxis;
+    a.sumPixelCount += b.sumPixelCount;
+    a.sumColocPixelsXAxis += b.sumColocPixelsXAxis;
+    a.sumColocPixelsYAxis += b.sumColocPixelsYAxis;
+    return a;
+}
+
 // Sums of the pixels a scatter-gram region stands for: Y where Y > 0, X where X > 0, and both
 // where both are above 0.
 struct RegionSums {

@@ -76,15 +76,6 @@ void addPair(PairSums& s, const PairCount& p) {
     s.sumPixelCount += p.bin == 0 ? std::int64_t(p.count) : 0;
 }
 
-void add(PairSums& a, const PairSums& b) {
-    a.sumPixelsXYAxis += b.sumPixelsXYAxis;
-    a.sumPixelsXAxis += b.sumPixelsXAxis;
-    a.sumPixelsXSquaredAxis += b.sumPixelsXSquaredAxis;
-    a.sumPixelsYAxis += b.sumPixelsYAxis;
-    a.sumPixelsYSquaredAxis += b.sumPixelsYSquaredAxis;
-    a.sumPixelCount += b.sumPixelCount;
-}
-
 // A corner of the threshold search; outside 0 ... 256 it takes in everything or nothing.
 struct Corner {
     std::int64_t x = 0;
@@ -134,13 +125,13 @@ std::vector<PairSums> sumsFrom(PairCounts c, const std::vector<Corner>& corners)
             PairSums s;
             addPair(s, p);
             for (std::size_t i = m - columnOf[std::size_t(xOf(p))]; i <= m; i += i & (~i + 1)) {
-                add(tree[i], s);
+                tree[i] += s;
             }
         }
         const auto first = std::size_t(
             std::lower_bound(columns.begin(), columns.end(), corners[q].x) - columns.begin());
         for (std::size_t i = m - first; i > 0; i -= i & (~i + 1)) {
-            add(out[q], tree[i]);
+            out[q] += tree[i];
         }
     }
     return out;

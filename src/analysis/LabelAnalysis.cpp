@@ -32,15 +32,7 @@ void add(Totals& to, const Totals& t) {
     }
     to.pixels += t.pixels;
     to.roiPixels += t.roiPixels;
-    PairSums& p = to.sums;
-    p.sumPixelsXYAxis += t.sums.sumPixelsXYAxis;
-    p.sumPixelsXAxis += t.sums.sumPixelsXAxis;
-    p.sumPixelsXSquaredAxis += t.sums.sumPixelsXSquaredAxis;
-    p.sumPixelsYAxis += t.sums.sumPixelsYAxis;
-    p.sumPixelsYSquaredAxis += t.sums.sumPixelsYSquaredAxis;
-    p.sumPixelCount += t.sums.sumPixelCount;
-    p.sumColocPixelsXAxis += t.sums.sumColocPixelsXAxis;
-    p.sumColocPixelsYAxis += t.sums.sumColocPixelsYAxis;
+    to.sums += t.sums;
     RegionSums& q = to.roiSums;
     q.sumROIPixelsYAxis += t.roiSums.sumROIPixelsYAxis;
     q.sumROIPixelsXAxis += t.roiSums.sumROIPixelsXAxis;
